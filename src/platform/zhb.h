@@ -31,6 +31,8 @@ int HBX_SetAffinity(const char* affinity);
 int HBX_Shutdown(int reason);
 // 1 once a shutdown has been asked for.
 int HBX_QueryShutdown();
+// Requests that are inside the agent at this moment. AgTerminate deletes nothing while there are any.
+int HBX_RequestsRunning();
 // The agent's managed system name; the text stays valid for the life of the process.
 const char* HBX_GetOriginnode();
 
