@@ -1,0 +1,47 @@
+// UTF8String: a text in UTF-8 beside the local text it came from. Rows carry UTF-8, providers read local text.
+#pragma once
+
+class UTF8String {
+  public:
+    UTF8String() = default;
+    ~UTF8String();
+    UTF8String(const UTF8String&) = delete;
+    UTF8String& operator=(const UTF8String&) = delete;
+
+    // From the process's locale (applicationLocale). A null text gives "<NULL>", one that is no text of the locale
+    // "<UNABLE TO CONVERT TO UTF8>" as a whole. Returns 0.
+    int initFromASCIIString(const char* text);
+    // The same from code page IBM037.
+    int initFromEBCDICString(const char* text);
+    // Takes the bytes as they stand; a null text gives "NULL". Returns 0.
+    int initFromUTF8String(const char* text);
+    int initFromUTF8String(const char* text, int length);
+
+    int getLength() const { return length_; }
+    // Terminated; null before any initialisation.
+    const char* getUTF8Value() const { return value_; }
+    const char* getSource() const;
+    // The EBCDIC form, made at first use (not safe against a concurrent first use).
+    int getEBCDICLength();
+    const char* getEBCDICValue();
+
+    bool isEqual(const UTF8String* other) const;
+    // Appends the other's value; the source text stays.
+    void concat(const UTF8String* other);
+    // A new object with the value, or "<NULL>" if this has none; the source text is not copied.
+    UTF8String* getDeepCopy() const;
+    // Takes over a malloc'd text. Kept: the value held before is not freed, its holder still owns it.
+    void setUTF8Value(char* value, int length);
+
+  private:
+    struct Extra;  // source text where it differs from the value, and the EBCDIC form
+
+    void discard();
+    int initFrom(const void* locale, const char* text);
+    void store(const char* bytes, int length);
+    Extra* extra();
+
+    char* value_ = nullptr;
+    Extra* extra_ = nullptr;
+    int length_ = 0;
+};
