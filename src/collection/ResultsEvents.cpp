@@ -15,12 +15,10 @@ void ResultsManager::sendEventData(ResultInstance* row) {
     if (hasDerivedMetrics()) computeEventRow(row);
     JoinedEventRouter* router = getObjectType() == VX_JOIN ? nullptr : joinedEventRouter();
     // A pure class's cache owns the row once it is sent, and another event may push it out: the joins get a copy.
-    ResultInstance* forJoins = router ? row->getDeepCopy() : nullptr;
+    ResultInstance* copy = router && isPureEventBased() ? row->getDeepCopy() : nullptr;
     sendEventDataToHBX(row);
-    if (router) {
-        router->routeEvent(this, forJoins);
-        delete forJoins;
-    }
+    if (router) router->routeEvent(this, copy ? copy : row);
+    delete copy;
 }
 
 void ResultsManager::sendEventDataToHBX(ResultInstance* row) {

@@ -1,5 +1,7 @@
 #include "collection/VXClientClass.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -23,6 +25,15 @@ constexpr int kDefaultTimeToLive = 30;  // seconds, when nothing is set
 constexpr int kShortestTimeToLive = 1;  // the floor of what is set
 
 HashMap* agentDefPerfEnumHash = nullptr;  // written while the file is read
+
+// Ends of collections, for those who wait for one. Never destroyed: request threads may outlive main.
+struct CollectionEnds {
+    std::mutex mutex;
+    std::condition_variable ended;
+    unsigned long count = 0;
+    int waiting = 0;
+};
+CollectionEnds& collectionEnds = *new CollectionEnds;
 
 std::atomic<SubnodeDirectory*> directory{nullptr};
 std::atomic<JoinedEventRouter*> router{nullptr};
@@ -194,6 +205,22 @@ void VXClientClass::updateStartTime() {
 void VXClientClass::updateLastTime() {
     const timespec wall = Clock::wall();
     const timespec monotonic = Clock::monotonic();
+    stampLastTime(wall, monotonic);
+    std::lock_guard guard(collectionEnds.mutex);
+    ++collectionEnds.count;
+    if (collectionEnds.waiting > 0) collectionEnds.ended.notify_all();
+}
+
+void VXClientClass::waitForAnyCollection(int milliseconds) {
+    std::unique_lock lock(collectionEnds.mutex);
+    const unsigned long seen = collectionEnds.count;
+    ++collectionEnds.waiting;
+    collectionEnds.ended.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                  [seen] { return collectionEnds.count != seen; });
+    --collectionEnds.waiting;
+}
+
+void VXClientClass::stampLastTime(const timespec& wall, const timespec& monotonic) {
     std::lock_guard guard(classMutex_);
     stats_.lastTime = wall;
     lastMonotonic_ = monotonic;

@@ -118,6 +118,9 @@ class VXClientClass : public ListElement {
     void unhold() { --holders_; }
     bool isHeld() const { return holders_ > 0; }
 
+    // Waits for the end of any class's collection, at most so long. For requests whose data is on its way.
+    static void waitForAnyCollection(int milliseconds);
+
     int sendRowToHBX(RowSink* agent, char* row, int size);
     // Write one value at an attribute's place in the row; a wrong type is traced and written all the same, an
     // attribute without a place (offset -1) takes nothing.
@@ -131,6 +134,7 @@ class VXClientClass : public ListElement {
     static bool isAgentPerfObjEnum(const char* enumeration);
 
   private:
+    void stampLastTime(const timespec& wall, const timespec& monotonic);
     void readTimeToLive();
     void readRefreshInterval();
 

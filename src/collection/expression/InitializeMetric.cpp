@@ -29,7 +29,7 @@ void XMLConfigParser::initializeMetric(Metric* metric, const HashMap* attributes
     const char* type = getText(attributes, "type");
     if (!type) trace_error("Metric %s: no type is given; it is a plain number", name ? name : "");
     metric->setQMPVName(name);
-    metric->setMetricName(getText(attributes, "metricName"));
+    if (const char* metricName = getText(attributes, "metricName")) metric->setMetricName(metricName);
     metric->setRawMetricType(rawMetricTypeFromText(type));
     metric->setIsKey(getBoolean(attributes, "key"));
     metric->setIsHidden(!getBoolean(attributes, "visible"));
