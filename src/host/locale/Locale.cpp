@@ -112,6 +112,13 @@ bool isUtf8Name(std::string name) {
     return name == "UTF-8" || name == "UTF8";
 }
 
+// Sets whose shift sequences are made of ASCII bytes: text that looks like ASCII may be none.
+bool hasAsciiShifts(std::string name) {
+    ZSV1_ToUpper(name.data());
+    return name.find("2022") != std::string::npos || name.find("UTF-7") != std::string::npos ||
+           name.find("UTF7") != std::string::npos || name.rfind("HZ", 0) == 0;
+}
+
 std::unique_ptr<const ZLC2_LocaleData> makeLocale(const std::string& characterSet) {
     auto made = std::make_unique<ZLC2_LocaleData>();
     made->utf8 = isUtf8Name(characterSet);
@@ -123,7 +130,8 @@ std::unique_ptr<const ZLC2_LocaleData> makeLocale(const std::string& characterSe
         for (int c = 0; c < 128; ++c) ascii += static_cast<char>(c);
         char out[512];
         const Outcome result = convertWithIconv(made.get(), ascii, out, sizeof out);
-        made->ascii = result.status == ZLC2_OK && std::string_view(out, result.written) == ascii;
+        made->ascii = result.status == ZLC2_OK && std::string_view(out, result.written) == ascii &&
+                      !hasAsciiShifts(characterSet);
     }
     return made;
 }
@@ -139,7 +147,6 @@ ZLC2_Locale localeOf(const std::string& characterSet) {
     const std::lock_guard<std::mutex> hold(all->mutex);
     auto& entry = all->bySet[characterSet];
     if (!entry) entry = makeLocale(characterSet);
-    // A thread that converted with a locale under construction never exists: makeLocale's is this one.
     return entry.get();
 }
 
