@@ -67,9 +67,9 @@ TEST(StringTokenizer, AgreesWithTheRuleOnRandomTexts) {
     std::mt19937 random(11);
     for (int i = 0; i < 20000; ++i) {
         std::string text, delimiters;
-        for (unsigned n = random() % 12; n > 0; --n) text += "ab,;"[random() % 4];
-        for (unsigned n = 1 + random() % 2; n > 0; --n) delimiters += ",;a"[random() % 3];
-        const bool anyOf = random() % 2;
+        for (unsigned long n = random() % 12; n > 0; --n) text += "ab,;"[random() % 4];
+        for (unsigned long n = 1 + random() % 2; n > 0; --n) delimiters += ",;a"[random() % 3];
+        const bool anyOf = random() % 2 == 1;
         ASSERT_EQ(split(text, delimiters.c_str(), anyOf), model(text, delimiters, anyOf)) << text << " at " << delimiters;
     }
 }
