@@ -70,8 +70,9 @@ void CommandWithTimeout::signal() {
         return;
     }
     finished_ = true;
-    pthread_cond_signal(&condition_);
     pthread_mutex_unlock(&commandMutex_);
+    // Outside the lock, so that the caller does not wake only to wait for it; the object outlives its worker.
+    pthread_cond_signal(&condition_);
 }
 
 int CommandWithTimeout::join() {
