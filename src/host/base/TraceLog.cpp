@@ -75,6 +75,14 @@ std::string directoryOf(const std::string& path) {
     return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
+// True for a name that ends with "-", two digits and the suffix.
+bool isNumbered(const std::string& path, const std::string& suffix) {
+    if (path.size() < suffix.size() + 3 || !path.ends_with(suffix)) return false;
+    const char* const number = path.data() + path.size() - suffix.size() - 3;
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    return number[0] == '-' && isDigit(number[1]) && isDigit(number[2]);
+}
+
 bool hasControlByte(const std::string& text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });
 }
@@ -228,7 +236,7 @@ void TraceLog::rotate() {
     }
 }
 
-// A file is only deleted if it looks like one of ours: in the log's folder, with the log's suffix. Whoever
+// A file is only deleted if it looks like one of ours: in the log's folder, numbered, with the log's suffix. Whoever
 // holds the inventory keeps others out for a moment; then this run's entry waits for the next rotation.
 void TraceLog::updateInventory(const std::string& path) const {
     if (settings_.inventory.empty()) return;
@@ -245,9 +253,7 @@ void TraceLog::updateInventory(const std::string& path) const {
         std::vector<std::string> removed;
         text = inventoryWith(text, path, std::max(settings_.maxFiles, settings_.count), &removed);
         for (const std::string& old : removed) {
-            const bool ours = directoryOf(old) == directoryOf(path) && old.size() > settings_.suffix.size() &&
-                              old.ends_with(settings_.suffix) && old != settings_.inventory;
-            if (ours) ::unlink(old.c_str());
+            if (directoryOf(old) == directoryOf(path) && isNumbered(old, settings_.suffix)) ::unlink(old.c_str());
         }
         const ssize_t put = ::pwrite(fd, text.data(), text.size(), 0);
         if (put >= 0 && ::ftruncate(fd, put) != 0) text.clear();
