@@ -13,13 +13,15 @@ class UTF8String {
     int initFromASCIIString(const char* text);
     // The same from code page IBM037.
     int initFromEBCDICString(const char* text);
-    // Takes the bytes as they stand; a null text gives "NULL". Returns 0.
+    // Takes the bytes as they stand, with a length exactly that many, which the text must hold; a null text gives
+    // "NULL". Returns 0.
     int initFromUTF8String(const char* text);
     int initFromUTF8String(const char* text, int length);
 
     int getLength() const { return length_; }
     // Terminated; null before any initialisation.
     const char* getUTF8Value() const { return value_; }
+    // The text it was made from; null if there is none (a deep copy has none).
     const char* getSource() const;
     // The EBCDIC form, made at first use (not safe against a concurrent first use).
     int getEBCDICLength();
@@ -34,14 +36,18 @@ class UTF8String {
     void setUTF8Value(char* value, int length);
 
   private:
-    struct Extra;  // source text where it differs from the value, and the EBCDIC form
+    // What only few texts have: a source that differs from the value, the EBCDIC form.
+    struct Extra;
 
     void discard();
-    int initFrom(const void* locale, const char* text);
     void store(const char* bytes, int length);
-    Extra* extra();
+    void keepSource(const char* text);
+    void separateSource();
+    Extra& extra();
 
+    // A text whose source equals its value is kept once: table cells are made of these in great numbers.
     char* value_ = nullptr;
     Extra* extra_ = nullptr;
     int length_ = 0;
+    bool valueIsSource_ = false;
 };

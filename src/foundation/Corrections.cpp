@@ -1,0 +1,63 @@
+#include "foundation/Corrections.h"
+
+#include <atomic>
+#include <cstring>
+#include <string_view>
+
+#include "foundation/Trace.h"
+#include "platform/zsb.h"
+
+namespace {
+
+constexpr Correction kCorrections[] = {
+    {"event-console", "the calls of the event console work: events of log files reach the host's event feed"},
+    {nullptr, nullptr},
+};
+constexpr int kCount = static_cast<int>(std::size(kCorrections)) - 1;
+static_assert(kCount < 31);
+constexpr unsigned kLoaded = 1u << 31;
+
+constinit std::atomic<unsigned> state{0};  // one bit for each correction, kLoaded once the environment was read
+
+unsigned bitOf(std::string_view name) {
+    for (int i = 0; i < kCount; ++i) {
+        if (name == kCorrections[i].name) return 1u << i;
+    }
+    return 0;
+}
+
+unsigned load() {
+    TRACE_FUNCTION();
+    unsigned bits = kLoaded;
+    const char* text = ZSV1_GetEnv("CDP_CORRECTIONS");
+    std::string_view rest = text ? text : "";
+    while (!rest.empty()) {
+        const std::size_t comma = rest.find(',');
+        std::string_view name = rest.substr(0, comma);
+        rest = comma == std::string_view::npos ? std::string_view{} : rest.substr(comma + 1);
+        while (!name.empty() && name.front() == ' ') name.remove_prefix(1);
+        while (!name.empty() && name.back() == ' ') name.remove_suffix(1);
+        if (name.empty()) continue;
+        if (name == "all") {
+            bits |= (1u << kCount) - 1;
+        } else if (const unsigned bit = bitOf(name)) {
+            bits |= bit;
+        } else {
+            trace_error("CDP_CORRECTIONS names an unknown correction: %.*s", static_cast<int>(name.size()), name.data());
+        }
+    }
+    state.store(bits);
+    return bits;
+}
+
+}  // namespace
+
+const Correction* corrections() { return kCorrections; }
+
+bool correctionIsOn(const char* name) {
+    unsigned bits = state.load();
+    if (!(bits & kLoaded)) bits = load();
+    return name && (bits & bitOf(name)) != 0;
+}
+
+void reloadCorrections() { load(); }

@@ -1,0 +1,249 @@
+#include "foundation/UTF8String.h"
+
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "foundation/Ebcdic037.inc"
+#include "foundation/Locale.h"
+#include "foundation/Trace.h"
+
+namespace {
+
+constexpr const char* kNull = "<NULL>";
+constexpr const char* kNoText = "<UNABLE TO CONVERT TO UTF8>";
+constexpr unsigned char kQuestionMark037 = 0x6f;
+constexpr int kBytesPerCharacter = 3;
+constexpr int kOnStack = 1024;  // longest source that is converted without a heap buffer
+constexpr int kLongest = INT_MAX / kBytesPerCharacter - 1;
+
+int boundedLength(const char* text) { return static_cast<int>(strnlen(text, kLongest)); }
+
+char* newText(std::size_t length) {
+    char* text = static_cast<char*>(std::malloc(length + 1));
+    if (!text) std::abort();
+    text[length] = '\0';
+    return text;
+}
+
+char* duplicate(const char* bytes, std::size_t length) {
+    char* text = newText(length);
+    if (length > 0) std::memcpy(text, bytes, length);
+    return text;
+}
+
+bool isAscii(const char* text, int length) {
+    unsigned char high = 0;
+    for (int i = 0; i < length; ++i) high = static_cast<unsigned char>(high | static_cast<unsigned char>(text[i]));
+    return high < 0x80;
+}
+
+// Whether the locale's character set has ASCII as its lower half, so that such texts need no conversion.
+bool leavesAsciiAlone(ZLC2_Locale locale) {
+    static constinit std::atomic<ZLC2_Locale> known{nullptr};
+    static constinit std::atomic<ZLC2_Locale> knownOther{nullptr};
+    if (!locale || knownOther.load(std::memory_order_relaxed) == locale) return false;
+    if (known.load(std::memory_order_relaxed) == locale) return true;
+    char in[127];
+    char out[127 * kBytesPerCharacter];
+    for (int i = 0; i < 127; ++i) in[i] = static_cast<char>(i + 1);
+    int written = 0;
+    const bool answer = ZLC2_toUTF8(locale, in, 127, out, sizeof out, &written) == ZLC2_OK && written == 127 &&
+                        std::memcmp(in, out, 127) == 0;
+    (answer ? known : knownOther).store(locale, std::memory_order_relaxed);
+    return answer;
+}
+
+// The Latin-1 byte of the next UTF-8 character; -1 for a character beyond, or for bytes that are none.
+int nextLatin1(const unsigned char*& at, const unsigned char* end) {
+    const unsigned first = *at++;
+    if (first < 0x80) return static_cast<int>(first);
+    int trailing = 0;
+    while (at < end && (*at & 0xc0) == 0x80 && trailing < 3) {
+        ++at;
+        ++trailing;
+    }
+    if ((first == 0xc2 || first == 0xc3) && trailing == 1) return static_cast<int>((first & 0x03) << 6 | (at[-1] & 0x3f));
+    return -1;
+}
+
+}  // namespace
+
+struct UTF8String::Extra {
+    char* source = nullptr;
+    char* ebcdic = nullptr;
+    int ebcdicLength = 0;
+
+    Extra() = default;
+    Extra(const Extra&) = delete;
+    Extra& operator=(const Extra&) = delete;
+    ~Extra() {
+        std::free(source);
+        std::free(ebcdic);
+    }
+};
+
+UTF8String::~UTF8String() { discard(); }
+
+void UTF8String::discard() {
+    std::free(value_);
+    delete extra_;
+    value_ = nullptr;
+    extra_ = nullptr;
+    length_ = 0;
+    valueIsSource_ = false;
+}
+
+UTF8String::Extra& UTF8String::extra() {
+    if (!extra_) extra_ = new Extra;
+    return *extra_;
+}
+
+void UTF8String::store(const char* bytes, int length) {
+    value_ = duplicate(bytes, static_cast<std::size_t>(length));
+    length_ = length;
+}
+
+// Called once the value is there; a source that equals it takes no room of its own.
+void UTF8String::keepSource(const char* text) {
+    const std::size_t length = std::strlen(text);
+    valueIsSource_ = static_cast<std::size_t>(length_) == length && std::memcmp(value_, text, length) == 0;
+    if (!valueIsSource_) extra().source = duplicate(text, length);
+}
+
+// Before the value changes alone.
+void UTF8String::separateSource() {
+    if (!valueIsSource_) return;
+    extra().source = duplicate(value_, static_cast<std::size_t>(length_));
+    valueIsSource_ = false;
+}
+
+int UTF8String::initFromASCIIString(const char* text) {
+    if (!text) return initFromUTF8String(kNull);
+    TRACE_MESSAGES();
+    discard();
+    const int length = boundedLength(text);
+    ZLC2_Locale locale = getApplicationLocale();
+    if (isAscii(text, length) && leavesAsciiAlone(locale)) {
+        store(text, length);
+        valueIsSource_ = true;
+        return 0;
+    }
+    char onStack[kOnStack * kBytesPerCharacter + 1];
+    std::unique_ptr<char[]> onHeap;
+    char* out = onStack;
+    const int room = kBytesPerCharacter * length + 1;
+    if (length > kOnStack) {
+        onHeap.reset(new char[static_cast<std::size_t>(room)]);
+        out = onHeap.get();
+    }
+    int written = 0;
+    const int error = ZLC2_toUTF8(locale, text, length, out, room, &written);
+    if (error != ZLC2_OK) {
+        trace_error("Error in ZLC2_toUTF8.  Error is %d", error);
+        store(kNoText, static_cast<int>(std::strlen(kNoText)));
+    } else {
+        store(out, written);
+    }
+    keepSource(text);
+    return 0;
+}
+
+int UTF8String::initFromEBCDICString(const char* text) {
+    if (!text) return initFromUTF8String(kNull);
+    discard();
+    const int length = boundedLength(text);
+    std::unique_ptr<char[]> out(new char[static_cast<std::size_t>(length) * 2 + 1]);
+    int written = 0;
+    for (int i = 0; i < length; ++i) {
+        const unsigned latin1 = kLatin1From037[static_cast<unsigned char>(text[i])];
+        if (latin1 >= 0x80) out[static_cast<std::size_t>(written++)] = static_cast<char>(0xc0 | latin1 >> 6);
+        out[static_cast<std::size_t>(written++)] = static_cast<char>(latin1 < 0x80 ? latin1 : 0x80 | (latin1 & 0x3f));
+    }
+    store(out.get(), written);
+    keepSource(text);
+    return 0;
+}
+
+int UTF8String::initFromUTF8String(const char* text) {
+    if (!text) text = "NULL";
+    return initFromUTF8String(text, boundedLength(text));
+}
+
+int UTF8String::initFromUTF8String(const char* text, int length) {
+    discard();
+    if (!text) {
+        text = "NULL";
+        length = 4;
+    }
+    store(text, length > 0 ? length : 0);
+    valueIsSource_ = true;
+    return 0;
+}
+
+const char* UTF8String::getSource() const {
+    if (valueIsSource_) return value_;
+    return extra_ ? extra_->source : nullptr;
+}
+
+int UTF8String::getEBCDICLength() {
+    getEBCDICValue();
+    return extra_ ? extra_->ebcdicLength : 0;
+}
+
+const char* UTF8String::getEBCDICValue() {
+    if (!value_) return nullptr;
+    Extra& made = extra();
+    if (made.ebcdic) return made.ebcdic;
+    made.ebcdic = newText(static_cast<std::size_t>(length_));
+    const unsigned char* at = reinterpret_cast<const unsigned char*>(value_);
+    const unsigned char* end = at + length_;
+    int n = 0;
+    while (at < end) {
+        const int latin1 = nextLatin1(at, end);
+        made.ebcdic[n++] = static_cast<char>(latin1 < 0 ? kQuestionMark037 : k037FromLatin1[latin1]);
+    }
+    made.ebcdic[n] = '\0';
+    made.ebcdicLength = n;
+    return made.ebcdic;
+}
+
+bool UTF8String::isEqual(const UTF8String* other) const {
+    if (!other || length_ != other->length_) return false;
+    return length_ == 0 || std::memcmp(value_, other->value_, static_cast<std::size_t>(length_)) == 0;
+}
+
+void UTF8String::concat(const UTF8String* other) {
+    if (!other || !other->value_ || other->length_ > INT_MAX - 1 - length_) return;
+    const std::size_t mine = static_cast<std::size_t>(length_);
+    const std::size_t more = static_cast<std::size_t>(other->length_);
+    char* both = newText(mine + more);
+    if (mine > 0) std::memcpy(both, value_, mine);
+    std::memcpy(both + mine, other->value_, more);
+    separateSource();
+    std::free(value_);
+    setUTF8Value(both, static_cast<int>(mine + more));
+}
+
+UTF8String* UTF8String::getDeepCopy() const {
+    auto* copy = new UTF8String;
+    if (value_) {
+        copy->store(value_, length_);
+    } else {
+        copy->store(kNull, static_cast<int>(std::strlen(kNull)));
+    }
+    return copy;
+}
+
+void UTF8String::setUTF8Value(char* value, int length) {
+    separateSource();
+    if (extra_) {
+        std::free(extra_->ebcdic);
+        extra_->ebcdic = nullptr;
+        extra_->ebcdicLength = 0;
+    }
+    value_ = value;
+    length_ = value ? length : 0;
+}
