@@ -74,10 +74,12 @@ class OpenRequest {
     virtual void close() = 0;
 };
 
+class OpenScheduler;
+
 class RequestBroker {
   public:
-    explicit RequestBroker(const RequestPool::Limits& limits = {});
-    ~RequestBroker();
+    explicit RequestBroker(const RequestPool::Limits& limits = RequestPool::Limits());
+    ~RequestBroker();  // waits for samples that run
     RequestBroker(const RequestBroker&) = delete;
     RequestBroker& operator=(const RequestBroker&) = delete;
 
@@ -96,26 +98,23 @@ class RequestBroker {
     std::size_t openRequests() const;
 
     // Runs work that calls the agent (a command) on a request thread, bounded by its key as samples are.
-    RequestPool::Submitted run(const void* key, RequestPool::Job job) { return pool_.submit(key, std::move(job)); }
-    bool runHousekeeping(RequestPool::Job job) { return pool_.submitHousekeeping(std::move(job)); }
+    RequestPool::Submitted run(const void* key, RequestPool::Job job) { return pool_->submit(key, std::move(job)); }
+    bool runHousekeeping(RequestPool::Job job) { return pool_->submitHousekeeping(std::move(job)); }
 
     // Refuses what is new, drops what waits and closes what is open.
     void refuse();
     // Waits until nothing runs. False if the deadline came first.
-    bool drain(std::chrono::steady_clock::time_point deadline) { return pool_.drain(deadline); }
+    bool drain(std::chrono::steady_clock::time_point deadline) { return pool_->drain(deadline); }
     void stop();
 
-    RequestPool& pool() { return pool_; }
+    RequestPool& pool() { return *pool_; }
 
   private:
-    class Open;
-    class Scheduler;
-
     void runSample(const SampleQuery& query, const Done& done, SampleTicket& ticket);
 
-    RequestPool pool_;
+    std::shared_ptr<RequestPool> pool_;  // shared with what deletes a request late
     std::atomic<bool> ready_{false};
-    std::shared_ptr<Scheduler> scheduler_;
+    std::shared_ptr<OpenScheduler> scheduler_;
 };
 
 }  // namespace almanac::host

@@ -113,17 +113,17 @@ RequestPool::Submitted RequestPool::submit(const void* key, Job job) {
     Shared& s = *shared_;
     const std::lock_guard guard(s.mutex);
     if (s.refusing || s.stopped) return Submitted::Stopped;
+    if (s.queuedRequests >= s.limits.queue) return Submitted::Busy;
     Shared::KeyState& state = s.keys[key];
     const bool startsNow = state.running + state.queued < s.limits.runningPerKey;
-    if (s.queuedRequests >= s.limits.queue || (!startsNow && state.queued >= s.limits.queuePerKey))
-        return Submitted::Busy;  // the key's state is not empty here, or other keys fill the queue
+    if (!startsNow && state.queued >= s.limits.queuePerKey) return Submitted::Busy;
     s.queue.push_back({key, std::move(job)});
     ++state.queued;
     ++s.queuedRequests;
     if (startsNow && !s.wakeOrSpawn()) {
         s.queue.pop_back();
         --s.queuedRequests;
-        --state.queued;
+        if (--state.queued == 0 && state.running == 0) s.keys.erase(key);
         return Submitted::Busy;
     }
     return Submitted::Accepted;
