@@ -211,9 +211,13 @@ void VXClientClass::updateLastTime() {
     if (collectionEnds.waiting > 0) collectionEnds.ended.notify_all();
 }
 
-void VXClientClass::waitForAnyCollection(int milliseconds) {
+unsigned long VXClientClass::collectionsEnded() {
+    std::lock_guard guard(collectionEnds.mutex);
+    return collectionEnds.count;
+}
+
+void VXClientClass::waitForCollectionAfter(unsigned long seen, int milliseconds) {
     std::unique_lock lock(collectionEnds.mutex);
-    const unsigned long seen = collectionEnds.count;
     ++collectionEnds.waiting;
     collectionEnds.ended.wait_for(lock, std::chrono::milliseconds(milliseconds),
                                   [seen] { return collectionEnds.count != seen; });

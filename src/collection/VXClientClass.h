@@ -118,8 +118,10 @@ class VXClientClass : public ListElement {
     void unhold() { --holders_; }
     bool isHeld() const { return holders_ > 0; }
 
-    // Waits for the end of any class's collection, at most so long. For requests whose data is on its way.
-    static void waitForAnyCollection(int milliseconds);
+    // How many collections have ended, over all classes, and a wait for one more than `seen`, at most so long. For
+    // requests whose data is on its way.
+    static unsigned long collectionsEnded();
+    static void waitForCollectionAfter(unsigned long seen, int milliseconds);
 
     int sendRowToHBX(RowSink* agent, char* row, int size);
     // Write one value at an attribute's place in the row; a wrong type is traced and written all the same, an

@@ -5,6 +5,7 @@
 // agent delivers them. No framework lock is held while the framework calls the agent.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 // ---- Process ------------------------------------------------------------------------------------------------
@@ -175,6 +176,10 @@ class aghbx {
     aghbx(RequestDetail* detail, ContextInfo* context, TableManager* table);
     aghbx(const aghbx&) = delete;
     aghbx& operator=(const aghbx&) = delete;
+    // The memory of a request rests for a while after the request's end: agents use the address as the request's
+    // identity, and work that still carries an old identity must not meet a new request under it.
+    static void* operator new(std::size_t bytes);
+    static void operator delete(void* memory);
 
     virtual int PrintSelf();
     virtual int TakeSample() = 0;
