@@ -1,30 +1,29 @@
 // Recursive locks and run-once of zsb.h. The control blocks are plain words that begin as zero, so that they
 // can live in static storage and need no constructor.
-#include <pthread.h>
-
 #include <atomic>
-#include <memory>
+#include <mutex>
 #include <new>
 
 #include "platform/zsb.h"
 
 namespace {
 
-struct MutexAttributes {
-    pthread_mutexattr_t value{};
-    bool ready = false;
-    MutexAttributes() {
-        ready = pthread_mutexattr_init(&value) == 0 &&
-                pthread_mutexattr_settype(&value, PTHREAD_MUTEX_RECURSIVE) == 0;
-    }
-    ~MutexAttributes() {
-        if (ready) pthread_mutexattr_destroy(&value);
-    }
+// A recursive lock over std::mutex that knows its holder, so that a release by another thread is refused
+// before the mutex sees it. A thread is told by the address of a variable of its own.
+struct RecursiveLock {
+    std::mutex mutex;
+    std::atomic<const void*> holder{nullptr};
+    unsigned depth = 0;  // of the holder; guarded by the mutex
 };
 
-pthread_mutex_t* mutexOf(const ZSV1_Lock* lock) {
-    return lock ? static_cast<pthread_mutex_t*>(lock->state) : nullptr;
+const void* thisThread() {
+    thread_local const char mark = 0;
+    return &mark;
 }
+
+RecursiveLock* lockOf(const ZSV1_Lock* lock) { return lock ? static_cast<RecursiveLock*>(lock->state) : nullptr; }
+
+bool isHeldHere(const RecursiveLock& lock) { return lock.holder.load(std::memory_order_relaxed) == thisThread(); }
 
 // The two states of a run-once block besides null.
 char onceRunning;
@@ -34,29 +33,36 @@ char onceDone;
 
 int ZSV1_InitializeLock(ZSV1_Lock* lock) {
     if (!lock) return -1;
-    if (lock->state) return 0;  // a lock that stands already is kept: somebody may hold it
-    const MutexAttributes attributes;
-    std::unique_ptr<pthread_mutex_t> mutex(new (std::nothrow) pthread_mutex_t);
-    if (!mutex || !attributes.ready || pthread_mutex_init(mutex.get(), &attributes.value) != 0) return -1;
-    lock->state = mutex.release();
-    return 0;
+    if (!lock->state) lock->state = new (std::nothrow) RecursiveLock;  // one that stands already may be held
+    return lock->state ? 0 : -1;
 }
 
 int ZSV1_GetLock(ZSV1_Lock* lock) {
-    pthread_mutex_t* const mutex = mutexOf(lock);
-    return mutex && pthread_mutex_lock(mutex) == 0 ? 0 : -1;
+    RecursiveLock* const held = lockOf(lock);
+    if (!held) return -1;
+    if (!isHeldHere(*held)) {
+        held->mutex.lock();
+        held->holder.store(thisThread(), std::memory_order_relaxed);
+    }
+    ++held->depth;
+    return 0;
 }
 
 int ZSV1_ReleaseLock(ZSV1_Lock* lock) {
-    pthread_mutex_t* const mutex = mutexOf(lock);
-    return mutex && pthread_mutex_unlock(mutex) == 0 ? 0 : -1;
+    RecursiveLock* const held = lockOf(lock);
+    if (!held || !isHeldHere(*held)) return -1;
+    if (--held->depth == 0) {
+        held->holder.store(nullptr, std::memory_order_relaxed);
+        held->mutex.unlock();
+    }
+    return 0;
 }
 
 int ZSV1_DestroyLock(ZSV1_Lock* lock) {
-    pthread_mutex_t* const mutex = mutexOf(lock);
-    if (!mutex || pthread_mutex_destroy(mutex) != 0) return -1;  // EBUSY: held, so it stays
+    RecursiveLock* const held = lockOf(lock);
+    if (!held || held->holder.load(std::memory_order_relaxed)) return -1;  // a held lock stays
     lock->state = nullptr;
-    delete mutex;
+    delete held;
     return 0;
 }
 

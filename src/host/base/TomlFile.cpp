@@ -10,6 +10,8 @@
 #include <sstream>
 #include <toml.hpp>
 
+#include "host/base/Utf8.h"
+
 namespace almanac::host {
 namespace {
 
@@ -93,11 +95,23 @@ class DepthCheck {
     std::size_t at_ = 0;
 };
 
-std::pair<unsigned, unsigned> lineAndColumn(const std::string& text, std::size_t offset) {
-    const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+std::string placeIn(const std::string& text, std::size_t offset) {
+    const auto end = text.begin() + static_cast<std::ptrdiff_t>(offset);
     const auto line = static_cast<unsigned>(std::count(text.begin(), end, '\n')) + 1;
     const std::size_t start = offset == 0 ? std::string::npos : text.rfind('\n', offset - 1);
-    return {line, static_cast<unsigned>(offset - (start == std::string::npos ? 0 : start + 1)) + 1};
+    return placeOf(line, static_cast<unsigned>(offset - (start == std::string::npos ? 0 : start + 1)) + 1);
+}
+
+// The offset of the first byte that no TOML text has: malformed UTF-8 (which the parser library must never
+// see: it reads beyond its buffer then) or a control byte.
+std::size_t wrongByte(const std::string& text) {
+    const auto isControl = [](char c) {
+        return (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
+    };
+    const auto control = std::find_if(text.begin(), text.end(), isControl);
+    const std::size_t wrong =
+        std::min(validUtf8Prefix(text), static_cast<std::size_t>(std::distance(text.begin(), control)));
+    return wrong == text.size() ? std::string::npos : wrong;
 }
 
 // A decimal integer keeps its digits, so that one beyond 64 bits is not changed by reading it.
@@ -215,10 +229,12 @@ bool parseToml(const std::string& text, const std::string& name, TomlValue* out,
         if (text.size() > kTomlSizeLimit) {
             return broken(error, name + ": larger than " + std::to_string(kTomlSizeLimit) + " bytes") == TomlRead::Ok;
         }
-        const std::size_t deep = DepthCheck(text).run();
-        if (deep != std::string::npos) {
-            const auto [line, column] = lineAndColumn(text, deep);
-            broken(error, name + placeOf(line, column) + ": nested too deeply");
+        if (const std::size_t wrong = wrongByte(text); wrong != std::string::npos) {
+            broken(error, name + placeIn(text, wrong) + ": no UTF-8 text");
+            return false;
+        }
+        if (const std::size_t deep = DepthCheck(text).run(); deep != std::string::npos) {
+            broken(error, name + placeIn(text, deep) + ": nested too deeply");
             return false;
         }
         std::istringstream in(text);

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+
+#include "host/base/Utf8.h"
 
 namespace almanac::host {
 namespace {
@@ -72,22 +75,6 @@ std::string unescaped(std::string_view text) {
         }
     }
     return out;
-}
-
-// The number of bytes of the character at `at`, 0 if it is malformed.
-std::size_t characterLength(std::string_view text, std::size_t at) {
-    const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
-    const unsigned first = byte(at);
-    if (first < 0x80) return 1;
-    const std::size_t length = first >= 0xF0 ? 4 : (first >= 0xE0 ? 3 : 2);
-    if (first < 0xC2 || first > 0xF4) return 0;
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(at + i) & 0xC0) != 0x80) return 0;
-    }
-    const unsigned second = byte(at + 1);
-    const bool wrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
-                       (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
-    return wrong ? 0 : length;
 }
 
 }  // namespace
@@ -179,12 +166,7 @@ std::string writtenText(const std::string& value) {
 }
 
 bool isPlainText(std::string_view text) {
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t length = text[at] == '\0' ? 0 : characterLength(text, at);
-        if (length == 0) return false;
-        at += length;
-    }
-    return true;
+    return validUtf8Prefix(text) == text.size() && text.find('\0') == std::string_view::npos;
 }
 
 }  // namespace almanac::host

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "host/locale/Utf8.h"
+#include "host/base/Utf8.h"
 #include "platform/zlc.h"
 #include "platform/zsb.h"
 

@@ -108,6 +108,8 @@ TEST(TomlFile, BoundsWhatItReads) {
     EXPECT_FALSE(parseToml("a = " + std::string(100000, '[') + std::string(100000, ']'), "f", &root, &error));
     EXPECT_EQ(error, "f:1:37: nested too deeply");
     EXPECT_TRUE(parseToml("a = '[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[' # [[[[[[[[[[[[[[[", "f", &root, &error));
+    EXPECT_FALSE(parseToml("a = 1\nb = 'x\xFC'\n", "f", &root, &error));
+    EXPECT_EQ(error, "f:2:7: no UTF-8 text");
     EXPECT_FALSE(parseToml(std::string(kTomlSizeLimit + 1, '\n'), "f", &root, &error));
     EXPECT_TRUE(parseToml("n = 99999999999999999999\n", "f", &root, &error));
     EXPECT_EQ(root.member("n")->text, "99999999999999999999");  // not cut to 64 bits
@@ -179,7 +181,22 @@ TEST(Locks, AreRecursiveAndKnowTheirHolder) {
     EXPECT_EQ(ZSV1_GetLock(&lock), 0);
     std::thread([&] { EXPECT_EQ(ZSV1_ReleaseLock(&lock), -1); }).join();
     EXPECT_EQ(ZSV1_ReleaseLock(&lock), 0);
+    EXPECT_EQ(ZSV1_DestroyLock(&lock), -1);  // held
+    int counted = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            for (int k = 0; k < 200; ++k) {
+                ZSV1_GetLock(&lock);
+                ++counted;
+                ZSV1_ReleaseLock(&lock);
+            }
+        });
+    }
+    EXPECT_EQ(counted, 0);
     EXPECT_EQ(ZSV1_ReleaseLock(&lock), 0);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(counted, 600);
     EXPECT_EQ(ZSV1_ReleaseLock(&lock), -1);
     EXPECT_EQ(ZSV1_DestroyLock(&lock), 0);
     EXPECT_EQ(ZSV1_GetLock(&lock), -1);

@@ -1,4 +1,4 @@
-#include "host/locale/Utf8.h"
+#include "host/base/Utf8.h"
 
 #include <cstdint>
 #include <cstring>
