@@ -88,36 +88,59 @@ struct UTF8String::Extra {
 UTF8String::~UTF8String() { discard(); }
 
 void UTF8String::discard() {
-    std::free(value_);
-    delete extra_;
-    value_ = nullptr;
-    extra_ = nullptr;
+    if (!isInline_) {
+        std::free(heap_.value);
+        delete heap_.extra;
+    }
+    heap_ = Heap{nullptr, nullptr};
     length_ = 0;
-    valueIsSource_ = false;
+    valueIsSource_ = isInline_ = false;
 }
 
+// Moves a short value out of the object, which has no room for both.
 UTF8String::Extra& UTF8String::extra() {
-    if (!extra_) extra_ = new Extra;
-    return *extra_;
+    if (isInline_) {
+        char* value = duplicate(inline_, static_cast<std::size_t>(length_));
+        heap_ = Heap{value, nullptr};
+        isInline_ = false;
+    }
+    if (!heap_.extra) heap_.extra = new Extra;
+    return *heap_.extra;
 }
 
+// Only into a discarded object.
 void UTF8String::store(const char* bytes, int length) {
-    value_ = duplicate(bytes, static_cast<std::size_t>(length));
     length_ = length;
+    isInline_ = length < kInlineSize;
+    if (isInline_) {
+        if (length > 0) std::memcpy(inline_, bytes, static_cast<std::size_t>(length));
+        inline_[length] = '\0';
+    } else {
+        heap_.value = duplicate(bytes, static_cast<std::size_t>(length));
+    }
 }
 
 // Called once the value is there; a source that equals it takes no room of its own.
 void UTF8String::keepSource(const char* text) {
     const std::size_t length = std::strlen(text);
-    valueIsSource_ = static_cast<std::size_t>(length_) == length && std::memcmp(value_, text, length) == 0;
+    valueIsSource_ =
+        static_cast<std::size_t>(length_) == length && std::memcmp(getUTF8Value(), text, length) == 0;
     if (!valueIsSource_) extra().source = duplicate(text, length);
 }
 
-// Before the value changes alone.
-void UTF8String::separateSource() {
-    if (!valueIsSource_) return;
-    extra().source = duplicate(value_, static_cast<std::size_t>(length_));
+// Gives the source room of its own and leaves a short value behind, for the caller to set another.
+void UTF8String::beforeNewValue() {
+    char* source = valueIsSource_ ? duplicate(getUTF8Value(), static_cast<std::size_t>(length_)) : nullptr;
+    if (isInline_) {
+        heap_ = Heap{nullptr, nullptr};
+        isInline_ = false;
+    }
+    if (source) extra().source = source;
     valueIsSource_ = false;
+    if (!heap_.extra) return;
+    std::free(heap_.extra->ebcdic);
+    heap_.extra->ebcdic = nullptr;
+    heap_.extra->ebcdicLength = 0;
 }
 
 int UTF8String::initFromASCIIString(const char* text) {
@@ -184,21 +207,19 @@ int UTF8String::initFromUTF8String(const char* text, int length) {
 }
 
 const char* UTF8String::getSource() const {
-    if (valueIsSource_) return value_;
-    return extra_ ? extra_->source : nullptr;
+    if (valueIsSource_) return getUTF8Value();
+    const Extra* kept = extraIfAny();
+    return kept ? kept->source : nullptr;
 }
 
-int UTF8String::getEBCDICLength() {
-    getEBCDICValue();
-    return extra_ ? extra_->ebcdicLength : 0;
-}
+int UTF8String::getEBCDICLength() { return getEBCDICValue() ? extra().ebcdicLength : 0; }
 
 const char* UTF8String::getEBCDICValue() {
-    if (!value_) return nullptr;
+    if (!getUTF8Value()) return nullptr;
     Extra& made = extra();
     if (made.ebcdic) return made.ebcdic;
     made.ebcdic = newText(static_cast<std::size_t>(length_));
-    const unsigned char* at = reinterpret_cast<const unsigned char*>(value_);
+    const unsigned char* at = reinterpret_cast<const unsigned char*>(heap_.value);
     const unsigned char* end = at + length_;
     int n = 0;
     while (at < end) {
@@ -212,25 +233,26 @@ const char* UTF8String::getEBCDICValue() {
 
 bool UTF8String::isEqual(const UTF8String* other) const {
     if (!other || length_ != other->length_) return false;
-    return length_ == 0 || std::memcmp(value_, other->value_, static_cast<std::size_t>(length_)) == 0;
+    return length_ == 0 || std::memcmp(getUTF8Value(), other->getUTF8Value(), static_cast<std::size_t>(length_)) == 0;
 }
 
 void UTF8String::concat(const UTF8String* other) {
-    if (!other || !other->value_ || other->length_ > INT_MAX - 1 - length_) return;
+    if (!other || !other->getUTF8Value() || other->length_ > INT_MAX - 1 - length_) return;
     const std::size_t mine = static_cast<std::size_t>(length_);
     const std::size_t more = static_cast<std::size_t>(other->length_);
     char* both = newText(mine + more);
-    if (mine > 0) std::memcpy(both, value_, mine);
-    std::memcpy(both + mine, other->value_, more);
-    separateSource();
-    std::free(value_);
-    setUTF8Value(both, static_cast<int>(mine + more));
+    if (mine > 0) std::memcpy(both, getUTF8Value(), mine);
+    std::memcpy(both + mine, other->getUTF8Value(), more);
+    beforeNewValue();
+    std::free(heap_.value);
+    heap_.value = both;
+    length_ = static_cast<int>(mine + more);
 }
 
 UTF8String* UTF8String::getDeepCopy() const {
     auto* copy = new UTF8String;
-    if (value_) {
-        copy->store(value_, length_);
+    if (getUTF8Value()) {
+        copy->store(getUTF8Value(), length_);
     } else {
         copy->store(kNull, static_cast<int>(std::strlen(kNull)));
     }
@@ -238,12 +260,7 @@ UTF8String* UTF8String::getDeepCopy() const {
 }
 
 void UTF8String::setUTF8Value(char* value, int length) {
-    separateSource();
-    if (extra_) {
-        std::free(extra_->ebcdic);
-        extra_->ebcdic = nullptr;
-        extra_->ebcdicLength = 0;
-    }
-    value_ = value;
+    beforeNewValue();
+    heap_.value = value;
     length_ = value ? length : 0;
 }

@@ -3,7 +3,7 @@
 
 class UTF8String {
   public:
-    UTF8String() = default;
+    UTF8String() : heap_{nullptr, nullptr} {}
     ~UTF8String();
     UTF8String(const UTF8String&) = delete;
     UTF8String& operator=(const UTF8String&) = delete;
@@ -19,8 +19,8 @@ class UTF8String {
     int initFromUTF8String(const char* text, int length);
 
     int getLength() const { return length_; }
-    // Terminated; null before any initialisation.
-    const char* getUTF8Value() const { return value_; }
+    // Terminated; null before any initialisation. Valid until the next operation that is not const.
+    const char* getUTF8Value() const { return isInline_ ? inline_ : heap_.value; }
     // The text it was made from; null if there is none (a deep copy has none).
     const char* getSource() const;
     // The EBCDIC form, made at first use (not safe against a concurrent first use).
@@ -32,22 +32,32 @@ class UTF8String {
     void concat(const UTF8String* other);
     // A new object with the value, or "<NULL>" if this has none; the source text is not copied.
     UTF8String* getDeepCopy() const;
-    // Takes over a malloc'd text. Kept: the value held before is not freed, its holder still owns it.
+    // Takes over a malloc'd text. Kept: a value taken over before is not freed, its holder still owns it.
     void setUTF8Value(char* value, int length);
 
   private:
     // What only few texts have: a source that differs from the value, the EBCDIC form.
     struct Extra;
+    struct Heap {
+        char* value;
+        Extra* extra;
+    };
+    static constexpr int kInlineSize = sizeof(Heap);
 
     void discard();
     void store(const char* bytes, int length);
     void keepSource(const char* text);
-    void separateSource();
+    void beforeNewValue();
     Extra& extra();
+    const Extra* extraIfAny() const { return isInline_ ? nullptr : heap_.extra; }
 
-    // A text whose source equals its value is kept once: table cells are made of these in great numbers.
-    char* value_ = nullptr;
-    Extra* extra_ = nullptr;
+    // Table cells are made of these in great numbers: a text whose source equals its value is kept once, and a short
+    // one in the object itself.
+    union {
+        Heap heap_;
+        char inline_[kInlineSize];
+    };
     int length_ = 0;
     bool valueIsSource_ = false;
+    bool isInline_ = false;
 };

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -108,12 +109,42 @@ TEST_F(UTF8StringTest, ComparesConcatenatesAndCopies) {
 TEST_F(UTF8StringTest, ATakenOverValueLeavesTheOldOneToItsHolder) {
     UTF8String s;
     s.initFromUTF8String("first");
-    char* held = const_cast<char*>(s.getUTF8Value());
+    char* held = strdup("a text held by its maker");
+    s.setUTF8Value(held, static_cast<int>(std::strlen(held)));
+    EXPECT_EQ(s.getUTF8Value(), held);
     s.setUTF8Value(strdup("second"), 6);
     EXPECT_STREQ(s.getUTF8Value(), "second");
     EXPECT_STREQ(s.getSource(), "first");
-    EXPECT_STREQ(held, "first");
+    EXPECT_STREQ(held, "a text held by its maker");
     std::free(held);
+    s.setUTF8Value(nullptr, 5);
+    EXPECT_EQ(s.getLength(), 0);
+    s.initFromUTF8String("third");
+    EXPECT_STREQ(s.getSource(), "third");
+}
+
+// Every length around the room in the object, through every change of form.
+TEST_F(UTF8StringTest, ShortAndLongTextsBehaveAlike) {
+    use("ISO-8859-1");
+    for (std::size_t n = 0; n < 40; ++n) {
+        const std::string text(n, 'a');
+        UTF8String plain, converted;
+        plain.initFromASCIIString(text.c_str());
+        converted.initFromASCIIString((text + "\xe4").c_str());
+        EXPECT_EQ(plain.getUTF8Value(), text);
+        EXPECT_EQ(converted.getUTF8Value(), text + "\xc3\xa4");
+        EXPECT_EQ(converted.getSource(), text + "\xe4");
+        EXPECT_EQ(plain.getEBCDICValue(), std::string(n, '\x81'));
+        EXPECT_EQ(plain.getUTF8Value(), text);
+        EXPECT_EQ(plain.getSource(), text);
+        std::unique_ptr<UTF8String> copy(plain.getDeepCopy());
+        copy->concat(&converted);
+        EXPECT_EQ(copy->getUTF8Value(), text + text + "\xc3\xa4");
+        EXPECT_EQ(copy->getSource(), nullptr);
+        plain.concat(&plain);
+        EXPECT_EQ(plain.getUTF8Value(), text + text);
+        EXPECT_EQ(plain.getSource(), text);
+    }
 }
 
 TEST_F(UTF8StringTest, EveryEbcdicByteComesBack) {
@@ -136,7 +167,9 @@ TEST_F(UTF8StringTest, AShortTextIsCheap) {
     constexpr std::size_t kCount = 10000;
     auto texts = std::make_unique<UTF8String[]>(kCount);
     const std::size_t before = mallinfo2().uordblks;
-    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twelve bytes");
+    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("fifteen bytes..");
+    EXPECT_LE(mallinfo2().uordblks - before, 1000u) << "a short text has its room in the object";
+    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twenty-three bytes.....");
     EXPECT_LE((mallinfo2().uordblks - before) / kCount, 32u) << "one block for value and source";
 }
 #endif

@@ -173,9 +173,9 @@ JsonWriter& JsonWriter::value(bool flag) {
 }
 
 JsonWriter& JsonWriter::value(double number) {
-    if (!std::isfinite(number) || std::fabs(number) > 9e14) return null();
+    if (!std::isfinite(number) || std::fabs(number) > 9e11) return null();
     separate();
-    appendDecimal(out_, std::llround(number * 1000), 3);
+    appendDecimal(out_, std::llround(number * 1000000), 6);
     return *this;
 }
 

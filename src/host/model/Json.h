@@ -32,7 +32,7 @@ class JsonWriter {
     JsonWriter& value(int number) { return value(static_cast<long long>(number)); }
     JsonWriter& value(std::size_t number) { return value(static_cast<long long>(number)); }
     JsonWriter& value(bool flag);
-    // A number with up to three decimals; what is not finite becomes null.
+    // A number with six decimals; what is not finite becomes null.
     JsonWriter& value(double number);
     JsonWriter& null();
 
