@@ -134,8 +134,22 @@ void mend(std::string* text, std::size_t offset, const TreeBuilder& builder, std
         return;
     }
     problems->push_back({offset, Problem::Error, message + advice(*text, offset, message)});
+    const std::size_t end = constructEnd(*text, offset);
+    if (startsWith(message, "Element ending tags")) {  // what the writer meant: the end tag without the rest
+        const std::size_t nameEnd = text->find(' ', offset);
+        (*text)[nameEnd] = '>';
+        blankOut(text, nameEnd + 1, end);
+        return;
+    }
+    const std::size_t quote = text->find('\'', offset);
+    if (startsWith(message, "Attribute value does not start") && quote < end) {
+        for (std::size_t i = offset; i < end; ++i) {
+            if ((*text)[i] == '\'') (*text)[i] = '"';
+        }
+        return;
+    }
     const bool unfinished = startsWith(message, "Unfinished");
-    blankOut(text, offset, unfinished ? text->size() : constructEnd(*text, offset));
+    blankOut(text, offset, unfinished ? text->size() : end);
 }
 
 }  // namespace
