@@ -114,6 +114,16 @@ std::size_t wrongByte(const std::string& text) {
     return wrong == text.size() ? std::string::npos : wrong;
 }
 
+// The offset of the first line that is too long, or npos.
+std::size_t longLine(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        if (end - at > kTomlLineLimit) return at;
+        at = end + 1;
+    }
+    return std::string::npos;
+}
+
 // A decimal integer keeps its digits, so that one beyond 64 bits is not changed by reading it.
 std::string integerText(std::string source, std::int64_t value) {
     std::erase(source, '_');
@@ -231,6 +241,10 @@ bool parseToml(const std::string& text, const std::string& name, TomlValue* out,
         }
         if (const std::size_t wrong = wrongByte(text); wrong != std::string::npos) {
             broken(error, name + placeIn(text, wrong) + ": no UTF-8 text");
+            return false;
+        }
+        if (const std::size_t tooLong = longLine(text); tooLong != std::string::npos) {
+            broken(error, name + placeIn(text, tooLong) + ": longer than " + std::to_string(kTomlLineLimit) + " bytes");
             return false;
         }
         if (const std::size_t deep = DepthCheck(text).run(); deep != std::string::npos) {

@@ -29,8 +29,10 @@ struct TomlValue {
 
 enum class TomlRead { Ok, Missing, Broken };
 
-// A file of more bytes than this, or one that nests brackets deeper, is refused as broken.
+// A file of more bytes than this, one with a longer line (the parser's time for a line of many values grows
+// with the square of its length), or one that nests brackets deeper, is refused as broken.
 inline constexpr std::size_t kTomlSizeLimit = 1024 * 1024;
+inline constexpr std::size_t kTomlLineLimit = 64 * 1024;
 inline constexpr int kTomlDepthLimit = 32;
 
 // Reads a whole file. Missing (no such file) leaves `error` alone; Broken (cannot be read, too large, no

@@ -58,6 +58,21 @@ const TomlLine* TomlSection::entry(const std::string& name) const {
     return const_cast<TomlSection*>(this)->findLine(name);
 }
 
+bool TomlSection::hasEntriesOf(const TomlSection& other) const {
+    const auto next = [](const std::vector<TomlLine>& lines, std::size_t* at) -> const TomlLine* {
+        while (*at < lines.size() && (lines[*at].key.empty() || lines[*at].key == kIdKey)) ++*at;
+        return *at < lines.size() ? &lines[(*at)++] : nullptr;
+    };
+    std::size_t i = 0;
+    std::size_t k = 0;
+    for (;;) {
+        const TomlLine* const mine = next(lines_, &i);
+        const TomlLine* const theirs = next(other.lines_, &k);
+        if (!mine || !theirs) return mine == theirs;
+        if (mine->key != theirs->key || mine->scalar != theirs->scalar || mine->value != theirs->value) return false;
+    }
+}
+
 TomlLine* TomlSection::findLine(const std::string& name) {
     const auto found =
         std::find_if(lines_.begin(), lines_.end(), [&](const TomlLine& line) { return line.key == name; });
@@ -340,13 +355,7 @@ bool TomlDocument::readsBackFrom(const std::string& text, std::string* error) co
     for (std::size_t i = 0; same && i < mine.size(); ++i) {
         const TomlSection& a = *mine[i];
         const TomlSection& b = *theirs[i];
-        const std::vector<std::string> names = a.entryNames();
-        same = a.name() == b.name() && a.id() == b.id() && names == b.entryNames();
-        for (std::size_t k = 0; same && k < names.size(); ++k) {
-            const TomlLine* const x = a.entry(names[k]);
-            const TomlLine* const y = b.entry(names[k]);
-            same = x && y && x->scalar == y->scalar && x->value == y->value;
-        }
+        same = a.name() == b.name() && a.id() == b.id() && a.hasEntriesOf(b);
     }
     if (!same && error) *error = "the changed text does not read back as it was meant";
     return same;

@@ -44,6 +44,7 @@ class TomlSection {
   private:
     friend class TomlDocument;
 
+    bool hasEntriesOf(const TomlSection& other) const;  // the same names and values in the same order
     TomlLine* findLine(const std::string& name);
     void setLine(const std::string& name, const std::string& value, std::size_t newPlace);
     std::size_t endOfEntries() const;
