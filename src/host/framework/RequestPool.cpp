@@ -1,5 +1,7 @@
 #include "host/framework/RequestPool.h"
 
+#include <pthread.h>
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -81,6 +83,7 @@ struct RequestPool::Shared : std::enable_shared_from_this<Shared> {
     }
 
     void loop() {
+        pthread_setname_np(pthread_self(), "request");
         std::unique_lock lock(mutex);
         for (;;) {
             Waiting next;
