@@ -1,6 +1,8 @@
 #include "exec/CommandWithTimeout.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -246,6 +248,12 @@ char* CommandWithTimeout::getNextLineFromStdout(char* buf, int size) {
     std::memcpy(buf, line.data(), line.size());
     if (line.size() < static_cast<std::size_t>(size)) buf[line.size()] = '\0';
     return more ? buf : nullptr;
+}
+
+int CommandWithTimeout::timeoutFromText(const char* text) {
+    if (!text) return kDefaultTimeout;
+    const long long seconds = std::strtoll(text, nullptr, 10);
+    return static_cast<int>(std::clamp<long long>(seconds, kShortestTimeout, INT_MAX));
 }
 
 char* CommandWithTimeout::buildEnvString(const HashMap* variables) {

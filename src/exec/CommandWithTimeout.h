@@ -62,6 +62,11 @@ class CommandWithTimeout {
 
     static void* threadEntry(void* object);
 
+    // Seconds from a setting: null gives 30, a number (atoi) below 11 gives 10, any other stands.
+    static int timeoutFromText(const char* text);
+    static constexpr int kDefaultTimeout = 30;
+    static constexpr int kShortestTimeout = 10;
+
     // "A=1 export A;B=2 export B;" in the map's order, to stand in front of a command. Kept: values are neither quoted
     // nor escaped. The caller frees the text.
     static char* buildEnvString(const HashMap* variables);

@@ -35,8 +35,8 @@ long openDescriptors() {
 }
 
 bool hasNoChild() {
-    errno = 0;
-    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+    siginfo_t info;
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
 }
 
 std::string outputOf(const char* command) {
