@@ -12,7 +12,8 @@ namespace almanac {
 // True if a class is on for the unit; asks the host the first time.
 inline bool traceUnitIsOn(ZTR1_Unit& unit, unsigned traceClass) {
     unsigned mask = unit.mask.load(std::memory_order_relaxed);
-    if ((mask & (traceClass | ZTR1_UNSYNCED)) == 0) [[likely]] return false;
+    if ((mask & (traceClass | ZTR1_UNSYNCED)) == 0) [[likely]]
+        return false;
     if ((mask & ZTR1_UNSYNCED) != 0) mask = ZTR1_Sync(&unit);
     return (mask & traceClass) != 0;
 }
@@ -20,7 +21,8 @@ inline bool traceUnitIsOn(ZTR1_Unit& unit, unsigned traceClass) {
 // Flow records of one call. The exit is recorded if the entry was, whatever the mask is by then.
 class TraceFlow {
   public:
-    TraceFlow(ZTR1_Unit& unit, int line) : unit_(traceUnitIsOn(unit, ZTR1_FLOW) ? &unit : nullptr), line_(line) {
+    TraceFlow(ZTR1_Unit& unit, int line)
+        : unit_(traceUnitIsOn(unit, ZTR1_FLOW) ? &unit : nullptr), line_(line) {
         if (unit_) ZTR1_Event(unit_, line_, ZTR1_ENTRY);
     }
     ~TraceFlow() {
@@ -42,8 +44,8 @@ class TraceFlow {
 
 #define trace_is_on(traceClass) (::almanac::traceUnitIsOn(traceUnit_, (traceClass)))
 
-#define trace_printf_(traceClass, ...)                                                       \
-    do {                                                                                     \
+#define trace_printf_(traceClass, ...)                                                              \
+    do {                                                                                            \
         if (trace_is_on(traceClass)) ZTR1_Printf(&traceUnit_, __LINE__, (traceClass), __VA_ARGS__); \
     } while (false)
 
