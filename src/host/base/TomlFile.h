@@ -15,7 +15,8 @@ struct TomlValue {
     std::string text;
     std::map<std::string, TomlValue, std::less<>> members;  // of a table
     std::vector<TomlValue> items;                           // of an array
-    unsigned line = 0;  // from 1; only known for the first value of the file that is no scalar, table or array of tables
+    unsigned line =
+        0;  // from 1; only known for the first value of the file that is no scalar, table or array of tables
     unsigned column = 0;
 
     bool isScalar() const {
