@@ -1,5 +1,5 @@
-// A value of any bytes behind the marker: it is refused as bad text, unless it is the very value that was made
-// with the key.
+// A value of any bytes behind the marker: it is refused as bad text, unless it is the very value that was
+// made with the key.
 #include <stdlib.h>
 
 #include <algorithm>

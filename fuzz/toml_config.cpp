@@ -1,5 +1,5 @@
-// A configuration file of any bytes: it is refused with a message, or it comes back byte by byte, and a change
-// of it reads back as it was meant.
+// A configuration file of any bytes: it is refused with a message, or it comes back byte by byte, and a
+// change of it reads back as it was meant.
 #include <cstdint>
 #include <cstdlib>
 #include <string>

@@ -16,7 +16,8 @@ namespace {
 
 void joinOwnProcessGroup() {
     TRACE_FUNCTION();
-    if (setpgid(0, 0) == 0) {
+    // A session's leader has a group of its own already, and may not ask for one.
+    if (getpgrp() == getpid() || setpgid(0, 0) == 0) {
         trace_detail("Agent process group set.");
     } else {
         trace_error("Error setting agent process group, errno = %d.  Will continue, but may be vulnerable to spurious "

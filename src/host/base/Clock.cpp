@@ -17,9 +17,10 @@ struct VirtualClock {
     std::atomic<bool> frozen{false};
     std::mutex mutex;
     std::condition_variable changed;
-    std::int64_t wall = 0;       // nanoseconds; guarded by mutex, as all below
+    std::int64_t wall = 0;  // nanoseconds; guarded by mutex, as all below
     std::int64_t monotonic = 0;
-    std::uint64_t epoch = 0;  // counts releases, so that a sleeper of an earlier freeze does not wait in a later one
+    std::uint64_t epoch =
+        0;  // counts releases, so that a sleeper of an earlier freeze does not wait in a later one
     int sleepers = 0;
 };
 
@@ -136,4 +137,6 @@ void ZSV1_GetMonotonicTime(timespec* out) { readClock(CLOCK_MONOTONIC, &VirtualC
 
 void ZSV1_Sleep(unsigned seconds) { sleepNanos(static_cast<std::int64_t>(seconds) * kNanosPerSecond); }
 
-void ZSV1_MilliSleep(unsigned milliseconds) { sleepNanos(static_cast<std::int64_t>(milliseconds) * 1'000'000); }
+void ZSV1_MilliSleep(unsigned milliseconds) {
+    sleepNanos(static_cast<std::int64_t>(milliseconds) * 1'000'000);
+}

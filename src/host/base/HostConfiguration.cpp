@@ -16,8 +16,8 @@ using Values = std::map<std::string, std::string, std::less<>>;
 
 struct Store {
     std::mutex mutex;
-    const Values* values = nullptr;  // null until read
-    std::string error;               // of the last read
+    const Values* values = nullptr;                   // null until read
+    std::string error;                                // of the last read
     std::vector<std::unique_ptr<const Values>> kept;  // every set ever read: texts of all may be in use
 };
 

@@ -8,7 +8,8 @@ namespace almanac::host {
 
 inline bool traceIsOn(ZTR1_Unit& unit, unsigned traceClass) {
     unsigned mask = unit.mask.load(std::memory_order_relaxed);
-    if ((mask & (traceClass | ZTR1_UNSYNCED)) == 0) [[likely]] return false;
+    if ((mask & (traceClass | ZTR1_UNSYNCED)) == 0) [[likely]]
+        return false;
     if ((mask & ZTR1_UNSYNCED) != 0) mask = ZTR1_Sync(&unit);
     return (mask & traceClass) != 0;
 }
@@ -32,14 +33,14 @@ class TraceScope {
 
 }  // namespace almanac::host
 
-#define HOST_TRACE_FUNCTION()                                        \
-    static constinit ZTR1_Unit hostTraceUnit_(__FILE__, __func__);   \
+#define HOST_TRACE_FUNCTION()                                      \
+    static constinit ZTR1_Unit hostTraceUnit_(__FILE__, __func__); \
     const ::almanac::host::TraceScope hostTraceScope_(hostTraceUnit_, __LINE__)
 
-#define host_trace_printf_(traceClass, ...)                                   \
-    do {                                                                      \
-        if (::almanac::host::traceIsOn(hostTraceUnit_, traceClass))           \
-            ZTR1_Printf(&hostTraceUnit_, __LINE__, traceClass, __VA_ARGS__);  \
+#define host_trace_printf_(traceClass, ...)                                  \
+    do {                                                                     \
+        if (::almanac::host::traceIsOn(hostTraceUnit_, traceClass))          \
+            ZTR1_Printf(&hostTraceUnit_, __LINE__, traceClass, __VA_ARGS__); \
     } while (false)
 
 #define host_trace_error(...) host_trace_printf_(ZTR1_ERROR, __VA_ARGS__)

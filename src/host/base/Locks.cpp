@@ -21,9 +21,13 @@ const void* thisThread() {
     return &mark;
 }
 
-RecursiveLock* lockOf(const ZSV1_Lock* lock) { return lock ? static_cast<RecursiveLock*>(lock->state) : nullptr; }
+RecursiveLock* lockOf(const ZSV1_Lock* lock) {
+    return lock ? static_cast<RecursiveLock*>(lock->state) : nullptr;
+}
 
-bool isHeldHere(const RecursiveLock& lock) { return lock.holder.load(std::memory_order_relaxed) == thisThread(); }
+bool isHeldHere(const RecursiveLock& lock) {
+    return lock.holder.load(std::memory_order_relaxed) == thisThread();
+}
 
 // The two states of a run-once block besides null.
 char onceRunning;

@@ -47,7 +47,8 @@ bool makeDirectories(const std::string& path, std::string* error) {
         const std::string part = path.substr(0, end);
         struct stat info {};
         if (::stat(part.c_str(), &info) != 0 && ::mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) {
-            return fail(error, "cannot make data directory " + path + ": " + part + ": " + std::strerror(errno));
+            return fail(error,
+                        "cannot make data directory " + path + ": " + part + ": " + std::strerror(errno));
         }
         if (end == std::string::npos) return true;
     }

@@ -1,5 +1,5 @@
-// Where the host keeps its files. Both paths can be moved by the environment of the process alone (never by the
-// configuration file, which is found through them).
+// Where the host keeps its files. Both paths can be moved by the environment of the process alone (never by
+// the configuration file, which is found through them).
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 namespace almanac::host {
 
 // ALMANAC_DATA_DIR; without it /var/lib/almanac for root and "$XDG_STATE_HOME/almanac" for anybody else, or
-// "$HOME/.local/state/almanac" (XDG Base Directory Specification 0.8). Without a home directory the one of the
-// password file. No '/' at the end. Never creates anything.
+// "$HOME/.local/state/almanac" (XDG Base Directory Specification 0.8). Without a home directory the one of
+// the password file. No '/' at the end. Never creates anything.
 std::string dataDirectory();
 
 // Makes the data directory with mode 0700, parents included. False, with one line in `error` (null allowed),

@@ -43,8 +43,8 @@ void registerSecret(const std::string& value) {
         auto& row = all.byFirstByte[firstByte(value)];
         if (std::find(row.begin(), row.end(), value) != row.end()) return;
         if (all.byAge.size() >= kMost) forgetOldest(all);
-        const auto place = std::find_if(row.begin(), row.end(),
-                                        [&](const std::string& other) { return other.size() <= value.size(); });
+        const auto place = std::find_if(
+            row.begin(), row.end(), [&](const std::string& other) { return other.size() <= value.size(); });
         row.insert(place, value);
         all.byAge.push_back(value);
         all.longest.store(std::max(all.longest.load(), value.size()), std::memory_order_release);

@@ -1,5 +1,5 @@
-// Values that must never be seen in a trace. Whoever learns a secret registers it; the trace puts "xxx" in its
-// place. Every operation may be called from any thread; none throws.
+// Values that must never be seen in a trace. Whoever learns a secret registers it; the trace puts "xxx" in
+// its place. Every operation may be called from any thread; none throws.
 #pragma once
 
 #include <cstddef>

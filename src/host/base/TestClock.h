@@ -1,6 +1,7 @@
 // The clock of the base services can be stopped and stepped, so that no test waits for real time. While it is
-// frozen, ZSV1_GetTime and ZSV1_GetMonotonicTime give the virtual times and ZSV1_Sleep and ZSV1_MilliSleep wait
-// until the virtual monotonic clock has been advanced far enough. Every operation may be called from any thread.
+// frozen, ZSV1_GetTime and ZSV1_GetMonotonicTime give the virtual times and ZSV1_Sleep and ZSV1_MilliSleep
+// wait until the virtual monotonic clock has been advanced far enough. Every operation may be called from any
+// thread.
 #pragma once
 
 #include <chrono>

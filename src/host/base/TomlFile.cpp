@@ -114,6 +114,16 @@ std::size_t wrongByte(const std::string& text) {
     return wrong == text.size() ? std::string::npos : wrong;
 }
 
+// The offset of the first line that is too long, or npos.
+std::size_t longLine(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        if (end - at > kTomlLineLimit) return at;
+        at = end + 1;
+    }
+    return std::string::npos;
+}
+
 // A decimal integer keeps its digits, so that one beyond 64 bits is not changed by reading it.
 std::string integerText(std::string source, std::int64_t value) {
     std::erase(source, '_');
@@ -202,7 +212,8 @@ TomlRead readTextFile(const std::string& path, std::string* out, std::string* er
         return broken(error, path + ": " + std::strerror(errno));
     }
     struct stat info {};
-    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return broken(error, path + ": no regular file");
+    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
+        return broken(error, path + ": no regular file");
     out->clear();
     char buffer[16 * 1024];
     for (;;) {
@@ -227,10 +238,16 @@ TomlRead readTomlFile(const std::string& path, TomlValue* out, std::string* erro
 bool parseToml(const std::string& text, const std::string& name, TomlValue* out, std::string* error) {
     try {
         if (text.size() > kTomlSizeLimit) {
-            return broken(error, name + ": larger than " + std::to_string(kTomlSizeLimit) + " bytes") == TomlRead::Ok;
+            return broken(error, name + ": larger than " + std::to_string(kTomlSizeLimit) + " bytes") ==
+                   TomlRead::Ok;
         }
         if (const std::size_t wrong = wrongByte(text); wrong != std::string::npos) {
             broken(error, name + placeIn(text, wrong) + ": no UTF-8 text");
+            return false;
+        }
+        if (const std::size_t tooLong = longLine(text); tooLong != std::string::npos) {
+            broken(error, name + placeIn(text, tooLong) + ": longer than " + std::to_string(kTomlLineLimit) +
+                              " bytes");
             return false;
         }
         if (const std::size_t deep = DepthCheck(text).run(); deep != std::string::npos) {
@@ -241,7 +258,8 @@ bool parseToml(const std::string& text, const std::string& name, TomlValue* out,
         *out = Conversion().convert(toml::parse<toml::discard_comments, std::map, std::vector>(in, name));
         return true;
     } catch (const toml::exception& e) {
-        broken(error, name + placeOf(e.location().line(), e.location().column()) + ": " + shortMessage(e.what()));
+        broken(error,
+               name + placeOf(e.location().line(), e.location().column()) + ": " + shortMessage(e.what()));
     } catch (const std::exception& e) {
         broken(error, name + ": " + shortMessage(e.what()));
     } catch (...) {

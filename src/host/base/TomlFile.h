@@ -15,7 +15,8 @@ struct TomlValue {
     std::string text;
     std::map<std::string, TomlValue, std::less<>> members;  // of a table
     std::vector<TomlValue> items;                           // of an array
-    unsigned line = 0;  // from 1; only known for the first value of the file that is no scalar, table or array of tables
+    unsigned line =
+        0;  // from 1; only known for the first value of the file that is no scalar, table or array of tables
     unsigned column = 0;
 
     bool isScalar() const {
@@ -29,8 +30,10 @@ struct TomlValue {
 
 enum class TomlRead { Ok, Missing, Broken };
 
-// A file of more bytes than this, or one that nests brackets deeper, is refused as broken.
+// A file of more bytes than this, one with a longer line (the parser's time for a line of many values grows
+// with the square of its length), or one that nests brackets deeper, is refused as broken.
 inline constexpr std::size_t kTomlSizeLimit = 1024 * 1024;
+inline constexpr std::size_t kTomlLineLimit = 64 * 1024;
 inline constexpr int kTomlDepthLimit = 32;
 
 // Reads a whole file. Missing (no such file) leaves `error` alone; Broken (cannot be read, too large, no

@@ -28,7 +28,9 @@ constexpr std::size_t kMessageLimit = kTraceLineLimit - 1;
 // Lays a record out and hands the line on. base_sink's mutex guards the log.
 class Sink final : public spdlog::sinks::base_sink<std::mutex> {
   public:
-    Sink() { formatter_ = std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %t %s:%# %! %v"); }
+    Sink() {
+        formatter_ = std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %t %s:%# %! %v");
+    }
 
     void configure(TraceLogSettings settings, std::int64_t fileSize) {
         const std::lock_guard<std::mutex> hold(mutex_);
@@ -67,8 +69,8 @@ class Sink final : public spdlog::sinks::base_sink<std::mutex> {
 };
 
 struct Tracer {
-    std::mutex mutex;           // of the selection and the list of units
-    bool selected = false;      // the selection has been set or read from the environment
+    std::mutex mutex;       // of the selection and the list of units
+    bool selected = false;  // the selection has been set or read from the environment
     TraceSelection selection;
     ZTR1_Unit* units = nullptr;
     std::shared_ptr<Sink> sink = std::make_shared<Sink>();
@@ -115,7 +117,8 @@ std::string escaped(std::string_view text) {
     out.reserve(std::min(text.size(), kMessageLimit) + 8);
     for (std::size_t i = 0; i < text.size() && out.size() < kMessageLimit; ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
-        const bool c1 = c == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
+        const bool c1 =
+            c == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
         if (c == '\n') {
             out += "\\n";
         } else if (c == '\r') {
@@ -245,7 +248,8 @@ void ZTR1_Printf(ZTR1_Unit* unit, int line, unsigned traceClass, const char* for
     va_end(arguments);
 }
 
-void ZTR1_Dump(ZTR1_Unit* unit, int line, unsigned traceClass, const char* title, const void* data, int length) {
+void ZTR1_Dump(ZTR1_Unit* unit, int line, unsigned traceClass, const char* title, const void* data,
+               int length) {
     if (!data || length < 0) length = 0;
     try {
         const std::size_t shown = std::min(static_cast<std::size_t>(length), kDumpLimit);

@@ -22,8 +22,9 @@ bool configureTrace(const std::string& spec, std::string* error);
 // The present selection.
 std::string traceSpec();
 
-// Sends lines elsewhere: a text in the form of ZSB_ZTR1_LOG (TraceLog.h), empty for standard error. `fileSize`
-// overrides its LIMIT in bytes when above 0. Without a call the value of ZSB_ZTR1_LOG at the first line counts.
+// Sends lines elsewhere: a text in the form of ZSB_ZTR1_LOG (TraceLog.h), empty for standard error.
+// `fileSize` overrides its LIMIT in bytes when above 0. Without a call the value of ZSB_ZTR1_LOG at the first
+// line counts.
 void configureTraceLog(const std::string& settings, std::int64_t fileSize = 0);
 
 // How many lines could not be written since the start.

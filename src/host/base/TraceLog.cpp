@@ -27,7 +27,7 @@ int numberOption(const std::string& value, int least, int most, int otherwise) {
     char* end = nullptr;
     const long number = std::strtol(value.c_str(), &end, 10);
     return end == value.c_str() || *end != '\0' || number < least || number > most ? otherwise
-                                                                                    : static_cast<int>(number);
+                                                                                   : static_cast<int>(number);
 }
 
 void setOption(TraceLogSettings* settings, const std::string& name, const std::string& value) {
@@ -40,7 +40,8 @@ void setOption(TraceLogSettings* settings, const std::string& name, const std::s
 }
 
 void replaceAll(std::string* text, const std::string& what, const std::string& with) {
-    for (std::size_t at = text->find(what); at != std::string::npos; at = text->find(what, at + with.size())) {
+    for (std::size_t at = text->find(what); at != std::string::npos;
+         at = text->find(what, at + with.size())) {
         text->replace(at, what.size(), with);
     }
 }
@@ -65,7 +66,8 @@ void splitFileName(const std::string& name, TraceLogSettings* settings) {
     }
     const std::size_t slash = name.rfind('/');
     const std::size_t dot = name.rfind('.');
-    const bool hasSuffix = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1) && dot > 0;
+    const bool hasSuffix =
+        dot != std::string::npos && (slash == std::string::npos || dot > slash + 1) && dot > 0;
     settings->stem = (hasSuffix ? name.substr(0, dot) : name) + "-";
     settings->suffix = hasSuffix ? name.substr(dot) : "";
 }
@@ -97,13 +99,15 @@ TraceLogSettings TraceLogSettings::parse(const std::string& given) {
     const std::size_t begin = text.find_first_not_of(" \t");
     if (begin == std::string::npos || hasControlByte(text)) return settings;
     const std::size_t mark = text.find("-.", begin);  // a blank may stand in the path before it
-    std::size_t at = std::min(text.find_first_of(" \t", mark == std::string::npos ? begin : mark), text.size());
+    std::size_t at =
+        std::min(text.find_first_of(" \t", mark == std::string::npos ? begin : mark), text.size());
     std::string name = text.substr(begin, at - begin);
     while ((at = text.find_first_not_of(" \t", at)) != std::string::npos) {
         const std::size_t end = std::min(text.find_first_of(" \t", at), text.size());
         const std::string option = text.substr(at, end - at);
         const std::size_t equals = option.find('=');
-        if (equals != std::string::npos) setOption(&settings, option.substr(0, equals), option.substr(equals + 1));
+        if (equals != std::string::npos)
+            setOption(&settings, option.substr(0, equals), option.substr(equals + 1));
         at = end;
     }
     settings.preserve = std::min(settings.preserve, settings.count - 1);
@@ -186,8 +190,8 @@ bool TraceLog::ensureOpen() {
     const int number = started_ ? number_ : firstNumber();
     if (openNumber(number, false)) return true;
     failed_ = true;  // not tried again: a line must not cost an open that fails each time
-    const std::string note =
-        "cannot write trace log " + settings_.fileName(number) + ": " + std::strerror(errno) + "; using stderr\n";
+    const std::string note = "cannot write trace log " + settings_.fileName(number) + ": " +
+                             std::strerror(errno) + "; using stderr\n";
     writeStandardError(note);
     return false;
 }
@@ -200,7 +204,8 @@ int TraceLog::firstNumber() const {
         struct stat info {};
         if (::lstat(settings_.fileName(number).c_str(), &info) != 0) continue;
         const timespec& time = info.st_mtim;
-        if (time.tv_sec < latest.tv_sec || (time.tv_sec == latest.tv_sec && time.tv_nsec < latest.tv_nsec)) continue;
+        if (time.tv_sec < latest.tv_sec || (time.tv_sec == latest.tv_sec && time.tv_nsec < latest.tv_nsec))
+            continue;
         latest = time;
         newest = number;
     }
@@ -236,8 +241,9 @@ void TraceLog::rotate() {
     }
 }
 
-// A file is only deleted if it looks like one of ours: in the log's folder, numbered, with the log's suffix. Whoever
-// holds the inventory keeps others out for a moment; then this run's entry waits for the next rotation.
+// A file is only deleted if it looks like one of ours: in the log's folder, numbered, with the log's suffix.
+// Whoever holds the inventory keeps others out for a moment; then this run's entry waits for the next
+// rotation.
 void TraceLog::updateInventory(const std::string& path) const {
     if (settings_.inventory.empty()) return;
     const int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
@@ -253,7 +259,8 @@ void TraceLog::updateInventory(const std::string& path) const {
         std::vector<std::string> removed;
         text = inventoryWith(text, path, std::max(settings_.maxFiles, settings_.count), &removed);
         for (const std::string& old : removed) {
-            if (directoryOf(old) == directoryOf(path) && isNumbered(old, settings_.suffix)) ::unlink(old.c_str());
+            if (directoryOf(old) == directoryOf(path) && isNumbered(old, settings_.suffix))
+                ::unlink(old.c_str());
         }
         const ssize_t put = ::pwrite(fd, text.data(), text.size(), 0);
         if (put >= 0 && ::ftruncate(fd, put) != 0) text.clear();
@@ -283,8 +290,8 @@ bool TraceLog::writeFile(std::string_view line) {
 void TraceLog::writeStandardError(std::string_view line) {
     for (std::string_view rest = line; !rest.empty();) {
         pollfd ready{STDERR_FILENO, POLLOUT, 0};
-        const bool takes = ::poll(&ready, 1, stalled_ ? 0 : kStallMillis) == 1 && (ready.revents & POLLOUT) != 0 &&
-                           (ready.revents & (POLLERR | POLLNVAL)) == 0;
+        const bool takes = ::poll(&ready, 1, stalled_ ? 0 : kStallMillis) == 1 &&
+                           (ready.revents & POLLOUT) != 0 && (ready.revents & (POLLERR | POLLNVAL)) == 0;
         const ssize_t count =
             takes ? ::write(STDERR_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF)) : -1;
         stalled_ = !takes;

@@ -64,11 +64,11 @@ class TraceLog {
     int fd_ = -1;
     int number_ = 0;
     std::int64_t size_ = 0;
-    bool started_ = false;        // a file of this run has been open
-    bool failed_ = false;         // the file could not be opened; standard error serves
-    bool torn_ = false;           // the last line was cut by a full disk
-    bool stalled_ = false;        // standard error took nothing the last time
-    std::uint64_t dropped_ = 0;   // in all
+    bool started_ = false;       // a file of this run has been open
+    bool failed_ = false;        // the file could not be opened; standard error serves
+    bool torn_ = false;          // the last line was cut by a full disk
+    bool stalled_ = false;       // standard error took nothing the last time
+    std::uint64_t dropped_ = 0;  // in all
     std::uint64_t unreported_ = 0;
 };
 

@@ -31,8 +31,12 @@ bool classOf(const std::string& word, unsigned* mask) {
     static const struct {
         const char* name;
         unsigned mask;
-    } kClasses[] = {{"ERROR", ZTR1_ERROR}, {"FLOW", ZTR1_FLOW}, {"STATE", ZTR1_STATE}, {"DETAIL", ZTR1_DETAIL},
-                    {"ALL", ZTR1_ERROR | ZTR1_FLOW | ZTR1_STATE | ZTR1_DETAIL}, {"NONE", 0}};
+    } kClasses[] = {{"ERROR", ZTR1_ERROR},
+                    {"FLOW", ZTR1_FLOW},
+                    {"STATE", ZTR1_STATE},
+                    {"DETAIL", ZTR1_DETAIL},
+                    {"ALL", ZTR1_ERROR | ZTR1_FLOW | ZTR1_STATE | ZTR1_DETAIL},
+                    {"NONE", 0}};
     for (const auto& entry : kClasses) {
         if (strcasecmp(word.c_str(), entry.name) != 0) continue;
         *mask = entry.mask;
@@ -74,7 +78,8 @@ bool TraceSelection::parse(const std::string& text, TraceSelection* out, std::st
             unit.add = mask == 0 ? 0 : unit.add | mask;
             unit.clear = unit.clear || mask == 0;
         }
-        if (word != ")") return fail(error, "trace selection: unknown class or missing \")\" at \"" + word + "\"");
+        if (word != ")")
+            return fail(error, "trace selection: unknown class or missing \")\" at \"" + word + "\"");
         if (classes == 0) return fail(error, "trace selection: no class for UNIT:" + unit.name);
         result.units_.push_back(std::move(unit));
     }

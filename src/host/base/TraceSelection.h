@@ -6,8 +6,8 @@
 //
 // A class outside brackets holds for every function; without any, ERROR does. A bracketed item adds its
 // classes for the functions it names: all functions of a file whose base name begins with `name` (upper and
-// lower case alike, with or without the extension), or the function of exactly that name. Items work from left
-// to right; NONE takes away what came before it for the same functions. Key words may be in either case.
+// lower case alike, with or without the extension), or the function of exactly that name. Items work from
+// left to right; NONE takes away what came before it for the same functions. Key words may be in either case.
 #pragma once
 
 #include <string>

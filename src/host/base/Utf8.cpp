@@ -22,7 +22,8 @@ std::size_t characterLength(std::string_view text, std::size_t at) {
         return (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ? 0 : 3;
     }
     if (first >= 0xF0 && first <= 0xF4) {
-        if (left < 4 || !continues(text, at + 1) || !continues(text, at + 2) || !continues(text, at + 3)) return 0;
+        if (left < 4 || !continues(text, at + 1) || !continues(text, at + 2) || !continues(text, at + 3))
+            return 0;
         const unsigned second = byteAt(text, at + 1);
         return (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F) ? 0 : 4;
     }

@@ -43,7 +43,8 @@ int systemFamily(int family) {
 }
 
 bool store(const sockaddr* from, socklen_t length, ZPX_SockAddr* out) {
-    if (length > sizeof out->bytes || (from->sa_family != AF_INET && from->sa_family != AF_INET6)) return false;
+    if (length > sizeof out->bytes || (from->sa_family != AF_INET && from->sa_family != AF_INET6))
+        return false;
     std::memset(out->bytes, 0, sizeof out->bytes);
     std::memcpy(out->bytes, from, length);
     return true;
@@ -123,7 +124,8 @@ const char* findLocalHostName() {
     static char name[NI_MAXHOST] = "localhost";
     char host[256] = "";
     if (gethostname(host, sizeof host - 1) != 0 || !*host) return name;
-    const Addresses found = std::strchr(host, '.') ? nullptr : lookUp(host, AF_UNSPEC, 0, SOCK_STREAM, AI_CANONNAME);
+    const Addresses found =
+        std::strchr(host, '.') ? nullptr : lookUp(host, AF_UNSPEC, 0, SOCK_STREAM, AI_CANONNAME);
     const char* const canonical = found ? found->ai_canonname : nullptr;
     const bool qualified = canonical && std::strchr(canonical, '.') && !strpbrk(canonical, " :");
     std::snprintf(name, sizeof name, "%s", qualified ? canonical : host);
@@ -154,8 +156,8 @@ ALMANAC_EXPORT int ZPX0_IsIPv4Available(void) {
     return 1;
 }
 
-ALMANAC_EXPORT int ZPX0_InitializeSocketAddress(const char* host, int family, int port, int protocol, int type,
-                                                int /*flags1*/, int /*flags2*/, ZPX_SockAddr* out) {
+ALMANAC_EXPORT int ZPX0_InitializeSocketAddress(const char* host, int family, int port, int protocol,
+                                                int type, int /*flags1*/, int /*flags2*/, ZPX_SockAddr* out) {
     if (!out || port < 0 || port > 65535) return 0;
     const Addresses found = lookUp(host, systemFamily(family), protocol, type, 0);
     if (!found || !store(found->ai_addr, found->ai_addrlen, out)) return 0;
@@ -216,8 +218,8 @@ ALMANAC_EXPORT void ZPX0_GetVelmarTime(char* out) {
     localtime_r(&now.tv_sec, &local);
     char text[64];
     std::snprintf(text, sizeof text, "%d%02d%02d%02d%02d%02d%02d%03d", std::clamp(local.tm_year / 100, 0, 9),
-                  local.tm_year % 100, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                  static_cast<int>(now.tv_usec / 1000));
+                  local.tm_year % 100, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                  local.tm_sec, static_cast<int>(now.tv_usec / 1000));
     std::memcpy(out, text, 16);
     out[16] = '\0';
 }

@@ -50,8 +50,8 @@ TomlSection* live(const SectionData* data) { return data && !data->removed ? dat
 std::string fileNamePart(const char* text) {
     std::string part(text);
     for (char& c : part) {
-        const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-                          c == '-' || c == '.';
+        const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                          c == '_' || c == '-' || c == '.';
         if (!kept) c = '_';
     }
     return part;
@@ -81,7 +81,8 @@ bool readInstance(const String& instanceName, const String& productCode, Instanc
     if (result == TomlRead::Missing) *error = instance->path + ": no such file";
     if (result != TomlRead::Ok) return false;
     if (!instance->document.parse(instance->original, instance->path, error)) return false;
-    instance->name = instance->document.instance().empty() ? instanceName.c_str() : instance->document.instance();
+    instance->name =
+        instance->document.instance().empty() ? instanceName.c_str() : instance->document.instance();
     return true;
 }
 

@@ -39,7 +39,9 @@ bool holdsControlByte(const std::string& text) {
                        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
-bool usableName(const std::string& name) { return !name.empty() && !holdsControlByte(name) && isPlainText(name); }
+bool usableName(const std::string& name) {
+    return !name.empty() && !holdsControlByte(name) && isPlainText(name);
+}
 
 }  // namespace
 
@@ -56,6 +58,22 @@ std::vector<std::string> TomlSection::entryNames() const {
 const TomlLine* TomlSection::entry(const std::string& name) const {
     if (name == kIdKey || name.empty()) return nullptr;
     return const_cast<TomlSection*>(this)->findLine(name);
+}
+
+bool TomlSection::hasEntriesOf(const TomlSection& other) const {
+    const auto next = [](const std::vector<TomlLine>& lines, std::size_t* at) -> const TomlLine* {
+        while (*at < lines.size() && (lines[*at].key.empty() || lines[*at].key == kIdKey)) ++*at;
+        return *at < lines.size() ? &lines[(*at)++] : nullptr;
+    };
+    std::size_t i = 0;
+    std::size_t k = 0;
+    for (;;) {
+        const TomlLine* const mine = next(lines_, &i);
+        const TomlLine* const theirs = next(other.lines_, &k);
+        if (!mine || !theirs) return mine == theirs;
+        if (mine->key != theirs->key || mine->scalar != theirs->scalar || mine->value != theirs->value)
+            return false;
+    }
 }
 
 TomlLine* TomlSection::findLine(const std::string& name) {
@@ -218,7 +236,8 @@ bool TomlDocument::scanEntry(const std::string& text, std::size_t* at, std::size
     return true;
 }
 
-// Gives the entries their values, and makes sure that the lines were understood as the parser understands them.
+// Gives the entries their values, and makes sure that the lines were understood as the parser understands
+// them.
 bool TomlDocument::join(const TomlValue& root, const std::string& name, std::string* error) {
     const TomlValue* const instance = root.member("instance");
     if (instance && !instance->isScalar() && blocks_.front()->findLine("instance")) {
@@ -243,7 +262,8 @@ bool TomlDocument::join(const TomlValue& root, const std::string& name, std::str
         if (root.member(section)->items.size() == count) continue;
         return fail(error, name, 1, "section " + section + " is not understood: it is also given as a value");
     }
-    return hasEveryScalar(root, *blocks_.front()) || fail(error, name, 1, "the entries here are not understood");
+    return hasEveryScalar(root, *blocks_.front()) ||
+           fail(error, name, 1, "the entries here are not understood");
 }
 
 // The other direction: the parser knows no value that the lines do not show.
@@ -267,7 +287,8 @@ bool TomlDocument::joinSection(const TomlValue& table, TomlSection* section, con
         if (!line.scalar) return fail(error, name, line.line, "id must be a text or a number");
         section->id_ = line.value;
     }
-    return hasEveryScalar(table, *section) || fail(error, name, section->line_, "this section is not understood");
+    return hasEveryScalar(table, *section) ||
+           fail(error, name, section->line_, "this section is not understood");
 }
 
 // ---- changing and writing ----
@@ -321,7 +342,8 @@ std::string TomlDocument::render() {
     for (const auto& block : blocks_) {
         if (block->fresh_ && !text.empty()) {
             if (text.back() != '\n') text += lineEnd;
-            if (!text.ends_with(std::string("\n") + lineEnd)) text += lineEnd;  // a blank line above a new section
+            if (!text.ends_with(std::string("\n") + lineEnd))
+                text += lineEnd;  // a blank line above a new section
         } else if (!block->header_.empty() && !text.empty() && text.back() != '\n') {
             text += lineEnd;
         }
@@ -340,13 +362,7 @@ bool TomlDocument::readsBackFrom(const std::string& text, std::string* error) co
     for (std::size_t i = 0; same && i < mine.size(); ++i) {
         const TomlSection& a = *mine[i];
         const TomlSection& b = *theirs[i];
-        const std::vector<std::string> names = a.entryNames();
-        same = a.name() == b.name() && a.id() == b.id() && names == b.entryNames();
-        for (std::size_t k = 0; same && k < names.size(); ++k) {
-            const TomlLine* const x = a.entry(names[k]);
-            const TomlLine* const y = b.entry(names[k]);
-            same = x && y && x->scalar == y->scalar && x->value == y->value;
-        }
+        same = a.name() == b.name() && a.id() == b.id() && a.hasEntriesOf(b);
     }
     if (!same && error) *error = "the changed text does not read back as it was meant";
     return same;

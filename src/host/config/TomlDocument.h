@@ -21,10 +21,10 @@ struct TomlValue;
 // One line of a section's body, or the several lines of one entry.
 struct TomlLine {
     std::string raw;
-    std::string key;          // empty for a comment, a blank line or an entry with a dotted key
-    std::string value;        // as a text; of a scalar entry
+    std::string key;    // empty for a comment, a blank line or an entry with a dotted key
+    std::string value;  // as a text; of a scalar entry
     bool scalar = false;
-    unsigned line = 0;        // in the file it was read from, from 1; 0 for a new one
+    unsigned line = 0;           // in the file it was read from, from 1; 0 for a new one
     std::size_t valueBegin = 0;  // offsets in `raw`
     std::size_t valueEnd = 0;
 };
@@ -33,8 +33,8 @@ class TomlSection {
   public:
     const std::string& name() const { return path_.front(); }
     const std::string& id() const { return id_; }
-    std::vector<std::string> entryNames() const;            // in file order, without "id"
-    const TomlLine* entry(const std::string& name) const;   // null if there is none
+    std::vector<std::string> entryNames() const;           // in file order, without "id"
+    const TomlLine* entry(const std::string& name) const;  // null if there is none
 
     // False for a name or value that a file cannot hold, and for the reserved name "id".
     bool setEntry(const std::string& name, const std::string& value);
@@ -44,6 +44,7 @@ class TomlSection {
   private:
     friend class TomlDocument;
 
+    bool hasEntriesOf(const TomlSection& other) const;  // the same names and values in the same order
     TomlLine* findLine(const std::string& name);
     void setLine(const std::string& name, const std::string& value, std::size_t newPlace);
     std::size_t endOfEntries() const;

@@ -25,7 +25,8 @@ std::size_t textEnd(std::string_view text, std::size_t at) {
             ++i;
         } else if (many && text.substr(i, 3) == triple) {
             i += 3;
-            while (i < text.size() && text[i] == quote) ++i;  // up to two quotes may stand before the closing ones
+            while (i < text.size() && text[i] == quote)
+                ++i;  // up to two quotes may stand before the closing ones
             return i;
         } else if (!many && text[i] == quote) {
             return i + 1;

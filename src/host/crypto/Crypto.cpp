@@ -46,11 +46,14 @@ class Buffer {
     std::vector<unsigned char> bytes_;
 };
 
-const unsigned char* asBytes(std::string_view text) { return reinterpret_cast<const unsigned char*>(text.data()); }
+const unsigned char* asBytes(std::string_view text) {
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
 
 std::string encodeBase64(const unsigned char* data, std::size_t size) {
     std::string text(4 * ((size + 2) / 3) + 1, '\0');
-    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
+    const int length =
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }
@@ -68,8 +71,10 @@ bool decodeBase64(std::string_view text, std::vector<unsigned char>* out) {
 
 bool startCipher(EVP_CIPHER_CTX* context, const Key& key, const unsigned char* nonce, int encrypt) {
     int ignored = 0;
-    return context && EVP_CipherInit_ex(context, EVP_aes_256_gcm(), nullptr, key.data(), nonce, encrypt) == 1 &&
-           EVP_CipherUpdate(context, nullptr, &ignored, asBytes(kMarker), static_cast<int>(kMarker.size())) == 1;
+    return context &&
+           EVP_CipherInit_ex(context, EVP_aes_256_gcm(), nullptr, key.data(), nonce, encrypt) == 1 &&
+           EVP_CipherUpdate(context, nullptr, &ignored, asBytes(kMarker), static_cast<int>(kMarker.size())) ==
+               1;
 }
 
 // nonce | cipher text | tag
@@ -81,7 +86,8 @@ bool seal(const Key& key, std::string_view plain, std::vector<unsigned char>* ou
     int length = 0;
     int rest = 0;
     return RAND_bytes(nonce, kNonceSize) == 1 && startCipher(context.get(), key, nonce, 1) &&
-           EVP_CipherUpdate(context.get(), body, &length, asBytes(plain), static_cast<int>(plain.size())) == 1 &&
+           EVP_CipherUpdate(context.get(), body, &length, asBytes(plain), static_cast<int>(plain.size())) ==
+               1 &&
            EVP_CipherFinal_ex(context.get(), body + length, &rest) == 1 &&
            EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, kTagSize, body + plain.size()) == 1;
 }
@@ -155,7 +161,8 @@ int decrypt(std::string_view value, char** out, int* length) {
 int ZCP_Encrypt(const char* plain, const char* scheme, const char* keySource, char** out) {
     if (!out) return ZCP_FAILED;
     *out = nullptr;
-    if (!scheme || !keySource || std::strcmp(scheme, "AES256") != 0 || std::strcmp(keySource, "keyfile") != 0) {
+    if (!scheme || !keySource || std::strcmp(scheme, "AES256") != 0 ||
+        std::strcmp(keySource, "keyfile") != 0) {
         return ZCP_BAD_SCHEME;
     }
     if (!plain || std::strlen(plain) > almanac::host::kTextLimit) return ZCP_FAILED;

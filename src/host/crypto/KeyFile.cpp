@@ -77,7 +77,8 @@ bool writeBytes(int fd, const Key& key) {
 // links have the same in renameat2(2).
 bool giveName(const std::string& from, const std::string& to) {
     if (::link(from.c_str(), to.c_str()) == 0 || errno == EEXIST) return true;
-    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0 || errno == EEXIST;
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0 ||
+           errno == EEXIST;
 }
 
 bool makeKeyFile(const std::string& path, std::string* error) {
@@ -87,7 +88,8 @@ bool makeKeyFile(const std::string& path, std::string* error) {
     ::unlink(part.c_str());  // left by a process of this number that was killed
     bool done = false;
     {
-        const Descriptor file(::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        const Descriptor file(
+            ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (file.get() < 0) return failWithErrno(error, part);
         Key fresh;
         if (RAND_bytes(fresh.data(), static_cast<int>(Key::kSize)) != 1) {
@@ -120,7 +122,8 @@ bool readKeyFile(bool make, Key* key, std::string* error) {
     }
     const Descriptor file(fd);
     if (file.get() < 0) {
-        return errno == ELOOP ? fail(error, "key file " + path + " is a symbolic link") : failWithErrno(error, path);
+        return errno == ELOOP ? fail(error, "key file " + path + " is a symbolic link")
+                              : failWithErrno(error, path);
     }
     if (!isPrivate(file.get(), path, error)) return false;
     return readBytes(file.get(), key) || fail(error, "key file " + path + " cannot be read");

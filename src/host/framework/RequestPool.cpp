@@ -1,5 +1,7 @@
 #include "host/framework/RequestPool.h"
 
+#include <pthread.h>
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -81,6 +83,7 @@ struct RequestPool::Shared : std::enable_shared_from_this<Shared> {
     }
 
     void loop() {
+        pthread_setname_np(pthread_self(), "request");
         std::unique_lock lock(mutex);
         for (;;) {
             Waiting next;
@@ -113,10 +116,11 @@ RequestPool::Submitted RequestPool::submit(const void* key, Job job) {
     Shared& s = *shared_;
     const std::lock_guard guard(s.mutex);
     if (s.refusing || s.stopped) return Submitted::Stopped;
-    if (s.queuedRequests >= s.limits.queue) return Submitted::Busy;
+    // What has been queued but not yet taken by a free thread counts as running.
+    if (s.running + s.queuedRequests >= s.limits.threads + s.limits.queue) return Submitted::Busy;
     Shared::KeyState& state = s.keys[key];
     const bool startsNow = state.running + state.queued < s.limits.runningPerKey;
-    if (!startsNow && state.queued >= s.limits.queuePerKey) return Submitted::Busy;
+    if (state.running + state.queued >= s.limits.runningPerKey + s.limits.queuePerKey) return Submitted::Busy;
     s.queue.push_back({key, std::move(job)});
     ++state.queued;
     ++s.queuedRequests;

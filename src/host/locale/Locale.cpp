@@ -93,7 +93,8 @@ Outcome convertWithIconv(ZLC2_Locale locale, std::string_view in, char* out, std
     std::size_t toLeft = outSize;
     constexpr auto kFailed = static_cast<std::size_t>(-1);
     std::size_t done = iconv(converter, &from, &fromLeft, &to, &toLeft);
-    if (done != kFailed) done = iconv(converter, nullptr, nullptr, &to, &toLeft);  // what a stateful set holds back
+    if (done != kFailed)
+        done = iconv(converter, nullptr, nullptr, &to, &toLeft);  // what a stateful set holds back
     if (done == kFailed) result.status = errno == E2BIG ? ZLC2_NO_ROOM : ZLC2_ILLEGAL;
     result.consumed = in.size() - fromLeft;
     result.written = outSize - toLeft;
@@ -200,7 +201,8 @@ ZLC2_Locale ZLC2_LocaleFor(const char* characterSet) {
 int ZLC2_toUTF8(ZLC2_Locale locale, const char* in, int inLength, char* out, int outSize, int* outLength) {
     if (outLength) *outLength = 0;
     if (!locale) return ZLC2_NO_LOCALE;
-    if ((!in && inLength > 0) || inLength < 0 || !out || outSize < 0) return inLength < 0 ? ZLC2_ILLEGAL : ZLC2_NO_ROOM;
+    if ((!in && inLength > 0) || inLength < 0 || !out || outSize < 0)
+        return inLength < 0 ? ZLC2_ILLEGAL : ZLC2_NO_ROOM;
     try {
         const Outcome result = convert(locale, {in ? in : "", static_cast<std::size_t>(inLength)}, out,
                                        static_cast<std::size_t>(outSize));

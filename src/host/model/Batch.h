@@ -14,7 +14,7 @@ namespace almanac::host {
 class Batch {
   public:
     // Bytes that one batch may hold; more rows are refused.
-    static constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
+    static constexpr std::size_t kMaxBytes = std::size_t{64} << 20;
 
     Batch() = default;
     explicit Batch(std::shared_ptr<const TableLayout> layout) : layout_(std::move(layout)) {}

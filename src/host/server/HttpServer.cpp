@@ -37,6 +37,9 @@ using Timer = asio::basic_waitable_timer<std::chrono::steady_clock, asio::wait_t
                                          Executor>;
 using Descriptor = asio::posix::basic_stream_descriptor<Executor>;
 
+// Bodies that wait for slow readers, together; a single one may be larger.
+constexpr std::size_t kMaxOutgoing = std::size_t{256} << 20;
+
 constexpr char kFull[] =
     "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nRetry-After: 1\r\n"
     "Content-Type: application/problem+json\r\nContent-Length: 106\r\n\r\n"
@@ -68,6 +71,7 @@ class HttpServer::Impl : public std::enable_shared_from_this<HttpServer::Impl> {
     Timer closeTimer;
     std::vector<std::unique_ptr<Listening>> listening;
     std::set<Session*> sessions;  // the server's thread only
+    std::size_t outgoing = 0;     // bytes of the bodies being written; the server's thread only
     std::atomic<std::size_t> count{0};
     bool closing = false;  // the server's thread only
     std::string unixPath;
@@ -86,6 +90,7 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     }
 
     ~Session() {
+        server_->outgoing -= held_;
         server_->sessions.erase(this);
         server_->count.store(server_->sessions.size());
         if (server_->closing && server_->sessions.empty()) server_->closeTimer.cancel();
@@ -208,6 +213,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     void write(ApiResponse&& response) {
         if (!socket_.is_open()) return;
         if (server_->closing) keepAlive_ = false;
+        if (server_->outgoing > 0 && server_->outgoing + response.body.size() > kMaxOutgoing)
+            response = problem(503, "too many large answers are on their way; try again");
         const bool bodyless = response.status == 204;
         header_ = "HTTP/1.1 " + std::to_string(response.status) + ' ' + statusPhrase(response.status) + "\r\n";
         if (!response.contentType.empty()) header_ += "Content-Type: " + response.contentType + "\r\n";
@@ -217,6 +224,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         if (!keepAlive_) header_ += "Connection: close\r\n";
         header_ += "\r\n";
         body_ = head_ || bodyless ? std::string() : std::move(response.body);
+        held_ = body_.size();
+        server_->outgoing += held_;
         writing_ = true;
         sent_ = 0;
         writeMore();
@@ -239,6 +248,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     void written(error_code error) {
         if (!error && sent_ < body_.size()) return writeMore();
         writing_ = false;
+        server_->outgoing -= held_;
+        held_ = 0;
         if (body_.capacity() > 65536) std::string().swap(body_);
         if (buffer_.size() == 0 && buffer_.capacity() > 8192) buffer_.shrink_to_fit();
         if (error) return close();
@@ -271,7 +282,7 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     bool pending_ = false, writing_ = false, keepAlive_ = true, head_ = false;
     int drained_ = 0;
     std::string header_, body_;
-    std::size_t sent_ = 0;
+    std::size_t sent_ = 0, held_ = 0;
 };
 
 void HttpServer::Impl::accept(Listening& listening) {
@@ -378,7 +389,10 @@ std::size_t HttpServer::connections() const { return impl_->count.load(); }
 bool HttpServer::start(std::string* error) {
     for (const auto& one : impl_->listening) impl_->accept(*one);
     try {
-        impl_->thread = std::thread([impl = impl_.get()] { impl->run(); });
+        impl_->thread = std::thread([impl = impl_.get()] {
+            pthread_setname_np(pthread_self(), "http");
+            impl->run();
+        });
     } catch (const std::system_error& failure) {
         *error = std::string("no thread for the server: ") + failure.what();
         return false;

@@ -105,11 +105,14 @@ TEST_F(HostFile, RefusesAValueThatIsNoVariable) {
 TEST(TomlFile, BoundsWhatItReads) {
     TomlValue root;
     std::string error;
-    EXPECT_FALSE(parseToml("a = " + std::string(100000, '[') + std::string(100000, ']'), "f", &root, &error));
+    EXPECT_FALSE(parseToml("a = " + std::string(10000, '[') + std::string(10000, ']'), "f", &root, &error));
     EXPECT_EQ(error, "f:1:37: nested too deeply");
-    EXPECT_TRUE(parseToml("a = '[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[' # [[[[[[[[[[[[[[[", "f", &root, &error));
+    EXPECT_TRUE(parseToml("a = '[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[' # [[[[[[[[[[[[[[[", "f", &root,
+                          &error));
     EXPECT_FALSE(parseToml("a = 1\nb = 'x\xFC'\n", "f", &root, &error));
     EXPECT_EQ(error, "f:2:7: no UTF-8 text");
+    EXPECT_FALSE(parseToml("\na = \"" + std::string(kTomlLineLimit, 'x') + "\"\n", "f", &root, &error));
+    EXPECT_EQ(error.rfind("f:2:1: longer than", 0), 0u) << error;
     EXPECT_FALSE(parseToml(std::string(kTomlSizeLimit + 1, '\n'), "f", &root, &error));
     EXPECT_TRUE(parseToml("n = 99999999999999999999\n", "f", &root, &error));
     EXPECT_EQ(root.member("n")->text, "99999999999999999999");  // not cut to 64 bits
@@ -253,7 +256,8 @@ class Companion : public ::testing::Test {
   protected:
     void SetUp() override {
         const char* const bin = ZSV1_GetProcessEnv("ALMANAC_BIN_DIR");
-        const std::string folder = bin ? bin : std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+        const std::string folder =
+            bin ? bin : std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
         library_ = ::dlopen((folder + "/libzbtudp.so").c_str(), RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library_, nullptr) << ::dlerror();
     }
@@ -312,8 +316,8 @@ TEST_F(Companion, GivesTheRest) {
     EXPECT_EQ(COMPANION(ZPX0_ConvertAddrToName)(&address, name, sizeof name), 1);
     EXPECT_STRNE(name, "");
     std::atomic<bool> ran{false};
-    ASSERT_EQ(COMPANION(ZPX0_CreateThread)([](void* flag) { static_cast<std::atomic<bool>*>(flag)->store(true); },
-                                            &ran),
+    ASSERT_EQ(COMPANION(ZPX0_CreateThread)(
+                  [](void* flag) { static_cast<std::atomic<bool>*>(flag)->store(true); }, &ran),
               1);
     while (!ran.load()) std::this_thread::yield();
     ZSV1_MilliSleep(20);  // the thread is inside the library, which is closed next

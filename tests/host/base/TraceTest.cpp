@@ -48,7 +48,8 @@ TEST(TraceSelection, MasksByGrammar) {
         EXPECT_EQ(selection.maskFor("src/x/Parser.cpp", "parse"), c.parser) << c.text;
         EXPECT_EQ(selection.maskFor("src/x/Rows.cpp", "add"), c.other) << c.text;
     }
-    for (const char* wrong : {"EROR", "(UNIT:x)", "(UNIT:x ALL", "(x ALL)", "(UNIT: ALL)", "ERROR )", "(", "(UNIT:a (UNIT:b ALL))"}) {
+    for (const char* wrong : {"EROR", "(UNIT:x)", "(UNIT:x ALL", "(x ALL)", "(UNIT: ALL)", "ERROR )", "(",
+                              "(UNIT:a (UNIT:b ALL))"}) {
         TraceSelection selection;
         std::string error;
         EXPECT_FALSE(TraceSelection::parse(wrong, &selection, &error)) << wrong;
@@ -72,7 +73,8 @@ TEST(TraceLogSettings, ReadsTheWholeForm) {
     EXPECT_EQ(odd.maxFiles, 10);
     EXPECT_EQ(odd.preserve, 2);  // at least one file turns
     EXPECT_TRUE(TraceLogSettings::parse("").stem.empty());
-    EXPECT_EQ(TraceLogSettings::parse("/tmp/a(systask)_(sysutcstart)-.log").stem.find('('), std::string::npos);
+    EXPECT_EQ(TraceLogSettings::parse("/tmp/a(systask)_(sysutcstart)-.log").stem.find('('),
+              std::string::npos);
 }
 
 class TraceOutput : public ::testing::Test {
@@ -151,7 +153,8 @@ TEST_F(TraceOutput, SecretsAreMasked) {
     HOST_TRACE_FUNCTION();
     host_trace_error("pw=hunter2 long=hunter2-long! abc");
     // A secret across the place where the line is cut.
-    host_trace_error("%s", (std::string(static_cast<std::size_t>(kTraceLineLimit) - 4, '-') + "hunter2").c_str());
+    host_trace_error("%s",
+                     (std::string(static_cast<std::size_t>(kTraceLineLimit) - 4, '-') + "hunter2").c_str());
     ZTR1_Dump(&hostTraceUnit_, __LINE__, ZTR1_ERROR, "dump", "hunter2", 7);
     const std::string text = log();
     EXPECT_NE(text.find("pw=xxx long=xxx! abc\n"), std::string::npos) << text;
@@ -178,7 +181,8 @@ TEST_F(TraceOutput, InventoryKeepsMaxFilesAcrossRuns) {
     writeFile(scratch_.path("precious.log"), "keep");
     writeFile(inventory, scratch_.path("precious.log") + "\n/etc/hostname\n");
     for (int run = 1; run <= 6; ++run) {
-        configureTraceLog(scratch_.path("r" + std::to_string(run) + "-.log") + " COUNT=1 MAXFILES=3 INVENTORY=" + inventory);
+        configureTraceLog(scratch_.path("r" + std::to_string(run) + "-.log") +
+                          " COUNT=1 MAXFILES=3 INVENTORY=" + inventory);
         traced("x");
     }
     EXPECT_EQ(readFile(inventory),
@@ -189,7 +193,8 @@ TEST_F(TraceOutput, InventoryKeepsMaxFilesAcrossRuns) {
 }
 
 TEST_F(TraceOutput, UnwritableLogFallsBackToStandardErrorOnce) {
-    for (const std::string& target : {scratch_.path("no/such/t-.log"), scratch_.path("fifo-.log"), scratch_.path("link-.log")}) {
+    for (const std::string& target :
+         {scratch_.path("no/such/t-.log"), scratch_.path("fifo-.log"), scratch_.path("link-.log")}) {
         ::mkfifo(scratch_.path("fifo-01.log").c_str(), 0600);
         static_cast<void>(!::symlink("/etc/hostname", scratch_.path("link-01.log").c_str()));
         ::testing::internal::CaptureStderr();

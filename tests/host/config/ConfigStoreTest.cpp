@@ -152,9 +152,10 @@ TEST_F(ConfigStore, RemovesASectionWithWhatBelongsToIt) {
     EXPECT_STREQ(handle.getName().c_str(), "");
     EXPECT_TRUE(instance->removeSection("SSH", ""));
     ASSERT_TRUE(save(&config)) << error_;
-    EXPECT_EQ(get(),
-              "# The agent's settings, by hand.\ninstance = \"prod\"   # which one\nunknown = [1,\n  2] # kept\n\n"
-              "# defaults\n[[NODE]]\nTIMEOUT = \"5\"\n\n# the last\n[[NODE]]\nHOST = \"y\"\nid = 5");
+    EXPECT_EQ(
+        get(),
+        "# The agent's settings, by hand.\ninstance = \"prod\"   # which one\nunknown = [1,\n  2] # kept\n\n"
+        "# defaults\n[[NODE]]\nTIMEOUT = \"5\"\n\n# the last\n[[NODE]]\nHOST = \"y\"\nid = 5");
 }
 
 TEST_F(ConfigStore, AddsSectionsBesideOldOnes) {
@@ -172,7 +173,8 @@ TEST_F(ConfigStore, AddsSectionsBesideOldOnes) {
     EXPECT_FALSE(gone.writeEntry("Q", "q"));
     ASSERT_TRUE(save(&config)) << error_;
     EXPECT_EQ(get(),
-              "[[A]]  # alone so far\r\nX = 1\r\n\r\n[[A]]\r\nid = \"n 1\"\r\nY = \"2\"\r\n\r\n[\"B C\"]\r\nZ = \"\"\r\n");
+              "[[A]]  # alone so far\r\nX = 1\r\n\r\n[[A]]\r\nid = \"n 1\"\r\nY = \"2\"\r\n\r\n[\"B "
+              "C\"]\r\nZ = \"\"\r\n");
     ZCF::AgentConfig again;
     ZCF::InstanceConfig* const read = load(&again);
     ASSERT_NE(read, nullptr) << parser_.getError().c_str();
@@ -193,9 +195,15 @@ TEST_F(ConfigStore, RefusesABrokenFileWithItsPlace) {
     const struct {
         const char* text;
         const char* place;
-    } cases[] = {{"[A]\nX = 1\nX = 2\n", ":3:"},      {"[A]\nX = \n", ":2:"},          {"[A]\nX = \"a\n[B]\n", ":2:"},
-                 {"[A]\n[A]\n", ":2:"},               {"[A\n", ":1:"},                 {"[A]\nid = [1]\n", ":2:"},
-                 {"instance = { a = 1 }\n", ":1:"},   {"[A]\nX = \"\\q\"\n", ":2:"},   {"[A]\n\xFF = 1\n", ":2:"}};
+    } cases[] = {{"[A]\nX = 1\nX = 2\n", ":3:"},
+                 {"[A]\nX = \n", ":2:"},
+                 {"[A]\nX = \"a\n[B]\n", ":2:"},
+                 {"[A]\n[A]\n", ":2:"},
+                 {"[A\n", ":1:"},
+                 {"[A]\nid = [1]\n", ":2:"},
+                 {"instance = { a = 1 }\n", ":1:"},
+                 {"[A]\nX = \"\\q\"\n", ":2:"},
+                 {"[A]\n\xFF = 1\n", ":2:"}};
     for (const auto& c : cases) {
         put(c.text);
         ZCF::AgentConfig config;
@@ -245,7 +253,8 @@ TEST_F(ConfigStore, FullDiskLeavesTheOldFileAndNothingBeside) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(get(), kFile);
     int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data/config"))) files += entry.exists();
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data/config")))
+        files += entry.exists();
     EXPECT_EQ(files, 1);
 }
 
@@ -286,14 +295,17 @@ TEST_F(ConfigStore, KillDuringRewriteNeverTears) {
     ASSERT_NE(load(&config), nullptr);
     ASSERT_TRUE(save(&config));
     int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data/config"))) files += entry.exists();
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data/config")))
+        files += entry.exists();
     EXPECT_EQ(files, 1) << "what killed writers left is swept by the next";
 }
 
 TEST(TomlDocument, UnchangedTextStaysByteByByte) {
     for (const std::string& text :
-         {std::string(kFile), std::string("\xEF\xBB\xBF# mark\r\n[A]\r\nx=1\r\n"), std::string(""), std::string("\n\n"),
-          std::string("[ 'a b' ] # c\n\"\\u0041\" = 1\nk.l = 2\n[x.y]\nz = { a = [ '#', \"]\" ] }\n[[x.w]]\n")}) {
+         {std::string(kFile), std::string("\xEF\xBB\xBF# mark\r\n[A]\r\nx=1\r\n"), std::string(""),
+          std::string("\n\n"),
+          std::string(
+              "[ 'a b' ] # c\n\"\\u0041\" = 1\nk.l = 2\n[x.y]\nz = { a = [ '#', \"]\" ] }\n[[x.w]]\n")}) {
         TomlDocument document;
         std::string error;
         ASSERT_TRUE(document.parse(text, "f", &error)) << error;

@@ -48,7 +48,8 @@ class Crypto : public ::testing::Test {
 
 TEST_F(Crypto, RoundTripsWithAFreshNonceEachTime) {
     std::set<std::string> seen;
-    for (const std::string& plain : {std::string("geheim"), std::string(), std::string(5000, 'x'), std::string("\xFF\x01")}) {
+    for (const std::string& plain :
+         {std::string("geheim"), std::string(), std::string(5000, 'x'), std::string("\xFF\x01")}) {
         const std::string value = encrypt(plain);
         ASSERT_EQ(status_, ZCP_OK);
         EXPECT_EQ(value.rfind(kMarker, 0), 0u);
@@ -127,7 +128,8 @@ TEST_F(Crypto, ProcessesAtOnceAgreeOnOneKey) {
     ::close(ends[1]);
     std::string all;
     char buffer[4096];
-    for (ssize_t got; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;) all.append(buffer, static_cast<std::size_t>(got));
+    for (ssize_t got; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;)
+        all.append(buffer, static_cast<std::size_t>(got));
     ::close(ends[0]);
     while (::wait(nullptr) > 0) {
     }
@@ -136,7 +138,8 @@ TEST_F(Crypto, ProcessesAtOnceAgreeOnOneKey) {
     for (std::string line; std::getline(lines, line); ++count) EXPECT_EQ(decrypt(line), "same");
     EXPECT_EQ(count, kProcesses);
     int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data"))) files += entry.exists();
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path("data")))
+        files += entry.exists();
     EXPECT_EQ(files, 1) << "parts of keys left behind";
 }
 

@@ -25,7 +25,8 @@ Result toUtf8(const char* set, const std::string& in, int room = 64) {
     std::string out(static_cast<std::size_t>(room) + 1, '#');
     int length = -1;
     Result result;
-    result.status = ZLC2_toUTF8(ZLC2_LocaleFor(set), in.data(), static_cast<int>(in.size()), out.data(), room, &length);
+    result.status =
+        ZLC2_toUTF8(ZLC2_LocaleFor(set), in.data(), static_cast<int>(in.size()), out.data(), room, &length);
     EXPECT_EQ(out.back(), '#') << "written beyond the room";
     result.text = out.substr(0, static_cast<std::size_t>(length));
     return result;
@@ -60,15 +61,23 @@ TEST(Locale, ConvertsChecksAndNeverCutsACharacter) {
 }
 
 TEST(Locale, RefusesMalformedUtf8) {
-    const std::string wrong[] = {
-        bytes({0x80}), bytes({0xC0, 0xAF}), bytes({0xC1, 0xBF}), bytes({0xE0, 0x9F, 0xBF}), bytes({0xED, 0xA0, 0x80}),
-        bytes({0xF0, 0x8F, 0xBF, 0xBF}), bytes({0xF4, 0x90, 0x80, 0x80}), bytes({0xF5, 0x80, 0x80, 0x80}),
-        bytes({0xFF}), bytes({0xE2, 0x28, 0xA1}), bytes({0xF0, 0x9F, 0x98})};
+    const std::string wrong[] = {bytes({0x80}),
+                                 bytes({0xC0, 0xAF}),
+                                 bytes({0xC1, 0xBF}),
+                                 bytes({0xE0, 0x9F, 0xBF}),
+                                 bytes({0xED, 0xA0, 0x80}),
+                                 bytes({0xF0, 0x8F, 0xBF, 0xBF}),
+                                 bytes({0xF4, 0x90, 0x80, 0x80}),
+                                 bytes({0xF5, 0x80, 0x80, 0x80}),
+                                 bytes({0xFF}),
+                                 bytes({0xE2, 0x28, 0xA1}),
+                                 bytes({0xF0, 0x9F, 0x98})};
     for (const std::string& text : wrong) {
         const std::string padded = "12345678901234567" + text;
         EXPECT_EQ(toUtf8("UTF-8", padded), (Result{ZLC2_ILLEGAL, "12345678901234567"}));
     }
-    for (const char* right : {"\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80", "\xE0\xA0\x80"}) {
+    for (const char* right :
+         {"\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80", "\xE0\xA0\x80"}) {
         EXPECT_EQ(toUtf8("UTF-8", right), (Result{ZLC2_OK, right}));
     }
 }
@@ -78,8 +87,11 @@ TEST(Locale, TranslatesAnyMessage) {
         const char* set;
         const char* in;
         const char* out;
-    } cases[] = {{"ISO-8859-1", "gr\xFC\xDF", "gr\xC3\xBC\xC3\x9F"}, {"UTF-8", "a\xFF\xC3\xA4", "a?\xC3\xA4"},
-                 {"EUC-JP", "x\xA4", "x?"}, {"UTF-8", "", ""}, {"none", "a\xFF", "a?"}};
+    } cases[] = {{"ISO-8859-1", "gr\xFC\xDF", "gr\xC3\xBC\xC3\x9F"},
+                 {"UTF-8", "a\xFF\xC3\xA4", "a?\xC3\xA4"},
+                 {"EUC-JP", "x\xA4", "x?"},
+                 {"UTF-8", "", ""},
+                 {"none", "a\xFF", "a?"}};
     for (const auto& c : cases) {
         char* const text = ZLC2_TranslateString(ZLC2_LocaleFor(c.set), c.in);
         EXPECT_STREQ(text, c.out);

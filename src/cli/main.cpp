@@ -1,0 +1,80 @@
+// almanac: the command for people. It sets the agent's environment, starts almanacd and asks its API.
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+
+#include "cli/Commands.h"
+
+namespace {
+
+using namespace almanac::cli;
+
+void addRun(CLI::App& app, RunOptions& o, int& status) {
+    CLI::App* run = app.add_subcommand("run", "Check a reference file and run its agent");
+    run->add_option("FILE", o.file, "The agent reference file")->required();
+    run->add_flag("-d,--daemon", o.daemon, "In the background; returns once the tables are ready");
+    run->add_option("-i,--instance", o.instance, "Name of this instance, for several agents of one kind");
+    run->add_option("-s,--set", o.settings, "A setting of the agent, NAME=VALUE (repeatable)")->take_all();
+    run->add_flag("!--no-check", o.check, "Run the file even if it has errors");
+    run->callback([&] { status = runAgent(o); });
+    app.add_subcommand("stop", "Stop the agent of the data directory")->callback([&] { status = stopAgent(); });
+}
+
+void addShow(CLI::App& app, ShowOptions& o, int& status) {
+    CLI::App* show = app.add_subcommand("show", "Show the rows of a table");
+    show->add_option("TABLE", o.table, "The table's name, in any case")->required();
+    show->add_option("-f,--filter", o.filter, "Such as \"Used_Percent > 80 AND Type = 'ext4' OR SCAN(Device,'nvme')\"");
+    show->add_option("-c,--columns", o.columns, "Column names, separated by commas");
+    show->add_option("-n,--node", o.node, "A managed system, for tables of subnodes");
+    show->add_option("-l,--limit", o.limit, "At most so many rows")->check(CLI::PositiveNumber);
+    show->add_option("-o,--output", o.output, "table, json, ndjson or csv")
+        ->check(CLI::IsMember({"table", "json", "ndjson", "csv"}));
+    show->add_option("-w,--watch", o.watch, "Again and again, such as every 2s");
+    show->add_flag("--wide", o.wide, "Origin and time stamp as columns");
+    show->callback([&] { status = showTable(o); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Almanac: a generic monitoring agent. Tables of anything, declared in one file.", "almanac");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "almanac " ALMANAC_VERSION);
+    std::string dataDirectory;
+    app.add_option_function<std::string>(
+        "--data-dir", [](const std::string& path) { setenv("ALMANAC_DATA_DIR", path.c_str(), 1); },
+        "The agent's data directory (default: $ALMANAC_DATA_DIR, /var/lib/almanac or ~/.local/state/almanac)")
+        ->trigger_on_parse();
+    int status = kDone;
+    RunOptions run;
+    ShowOptions show;
+    std::string file;
+    std::string output = "table";
+    std::string spec;
+    addRun(app, run, status);
+    CLI::App* check = app.add_subcommand("check", "Tell every problem of a reference file");
+    check->add_option("FILE", file, "The agent reference file")->required();
+    check->callback([&] { status = checkFile(file); });
+    const auto outputOption = [&](CLI::App* sub) {
+        sub->add_option("-o,--output", output, "table or json")->check(CLI::IsMember({"table", "json"}));
+    };
+    CLI::App* tables = app.add_subcommand("tables", "List the tables");
+    outputOption(tables);
+    tables->callback([&] { status = listTables(output); });
+    addShow(app, show, status);
+    CLI::App* state = app.add_subcommand("status", "How each table is doing");
+    outputOption(state);
+    state->callback([&] { status = showStatus(output); });
+    app.add_subcommand("encrypt", "Encrypt a value, read from standard input, for the configuration file")
+        ->callback([&] { status = encryptValue(); });
+    CLI::App* trace = app.add_subcommand("trace", "Show or set what the agent traces, such as \"ERROR (UNIT:Config ALL)\"");
+    trace->add_option("SPEC", spec, "The new selection; without it the present one is shown");
+    trace->callback([&] { status = traceCommand(spec); });
+    app.add_subcommand("corrections", "List the corrections and what each changes")->callback([&] { status = listCorrections(); });
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? kDone : kUsage;
+    }
+    return status;
+}
