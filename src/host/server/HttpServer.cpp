@@ -293,7 +293,7 @@ void HttpServer::Impl::accept(Listening& listening) {
 
 void HttpServer::Impl::acceptAll(Listening& listening) {
     HOST_TRACE_FUNCTION();
-    for (;;) {
+    for (int taken = 0; taken < 64; ++taken) {  // then the connections that are open get their turn
         const int fd = accept4(listening.descriptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
