@@ -108,6 +108,19 @@ int waitUntilReady(pid_t child, const std::string& logPath, off_t logStart) {
     return kFailed;
 }
 
+// The pid in the lock file of the data directory while an agent holds its lock (flock(2)); 0 if none does.
+pid_t runningAgent() {
+    const std::string path = host::dataDirectory() + "/almanac.lock";
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return 0;
+    const bool free = flock(fd, LOCK_SH | LOCK_NB) == 0;  // given back by close
+    char text[32] = "";
+    const ssize_t got = free ? 0 : read(fd, text, sizeof text - 1);
+    close(fd);
+    const pid_t pid = got > 0 ? static_cast<pid_t>(std::atoi(text)) : 0;
+    return pid > 1 ? pid : 0;
+}
+
 int runDaemon(const RunOptions& options) {
     std::string error;
     if (!host::prepareDataDirectory(&error)) {
@@ -146,19 +159,6 @@ int runProgram(const std::string& program, const std::string& argument) {
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     return WIFEXITED(status) && WEXITSTATUS(status) != 127 ? WEXITSTATUS(status) : kFailed;
-}
-
-// The pid in the lock file of the data directory while an agent holds its lock (flock(2)); 0 if none does.
-pid_t runningAgent() {
-    const std::string path = host::dataDirectory() + "/almanac.lock";
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) return 0;
-    const bool free = flock(fd, LOCK_SH | LOCK_NB) == 0;  // given back by close
-    char text[32] = "";
-    const ssize_t got = free ? 0 : read(fd, text, sizeof text - 1);
-    close(fd);
-    const pid_t pid = got > 0 ? static_cast<pid_t>(std::atoi(text)) : 0;
-    return pid > 1 ? pid : 0;
 }
 
 }  // namespace
