@@ -43,6 +43,10 @@ void ResultsManager::sendEventDataToHBX(ResultInstance* row) {
     }
     if (!isPureEventBased()) return;
     row->setTimestamp(timestamp);
+    if (pureCacheCapacity_ < 1) {  // no cache to own the row, and nobody else does
+        delete row;
+        return;
+    }
     addToPureCache(row);
 }
 
