@@ -38,13 +38,17 @@ std::shared_ptr<TableEntry> entryOf(FakeTable& table) {
 // A broker that serves, with answers as futures.
 class Client {
   public:
-    explicit Client(const RequestPool::Limits& limits = RequestPool::Limits()) : broker(limits) { broker.setReady(); }
+    explicit Client(const RequestPool::Limits& limits = RequestPool::Limits()) : broker(limits) {
+        broker.setReady();
+    }
 
     std::future<SampleResult> ask(SampleQuery query, SampleStatus want = SampleStatus::Ok,
                                   std::shared_ptr<SampleTicket>* ticket = nullptr) {
         auto promise = std::make_shared<std::promise<SampleResult>>();
         auto future = promise->get_future();
-        EXPECT_EQ(broker.sample(query, [promise](SampleResult&& r) { promise->set_value(std::move(r)); }, ticket), want);
+        EXPECT_EQ(broker.sample(
+                      query, [promise](SampleResult&& r) { promise->set_value(std::move(r)); }, ticket),
+                  want);
         return future;
     }
     std::future<SampleResult> ask(const std::shared_ptr<TableEntry>& table) {
@@ -223,7 +227,8 @@ TEST(Broker, NothingIsServedBeforeTheLoaderReturnsNorAfterTheStop) {
     // Those that waited were told; those that run end in their own time.
     int stopped = 0;
     for (auto& future : waiting) {
-        if (future.wait_for(0ms) == std::future_status::ready) stopped += future.get().status == SampleStatus::Stopping;
+        if (future.wait_for(0ms) == std::future_status::ready)
+            stopped += future.get().status == SampleStatus::Stopping;
     }
     EXPECT_EQ(stopped, 2);
     gate.open();
