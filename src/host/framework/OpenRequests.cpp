@@ -74,7 +74,7 @@ void OpenRequestCore::start() {
 
 void OpenRequestCore::takeSample() {
     HOST_TRACE_FUNCTION();
-    aghbx* request;
+    aghbx* request = nullptr;
     {
         const std::lock_guard guard(mutex_);
         request = request_;
@@ -127,7 +127,7 @@ void OpenRequestCore::deliver(Delivery::Kind kind, Batch&& rows, std::chrono::na
 }
 
 void OpenRequestCore::close() {
-    bool endNow;
+    bool endNow = false;
     std::shared_ptr<const RowSink> sink;
     {
         const std::lock_guard guard(mutex_);

@@ -168,6 +168,7 @@ std::shared_ptr<TableEntry> TableCatalog::find(std::string_view name) const {
 std::string TableCatalog::nearest(std::string_view name) const {
     const auto tables = list();
     std::vector<std::string_view> names;
+    names.reserve(tables.size());
     for (const auto& entry : tables) names.push_back(entry->name());
     return nearestName(name, names);
 }

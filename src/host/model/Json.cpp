@@ -28,7 +28,7 @@ struct Sequence {
 Sequence decode(std::string_view text) {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = at(0);
-    std::size_t need;
+    std::size_t need = 0;
     unsigned low = 0x80, high = 0xBF;
     if (first >= 0xC2 && first <= 0xDF) {
         need = 1;

@@ -96,12 +96,12 @@ std::string TableLayout::nearest(std::string_view wanted) const {
 long long readInteger(const Column& column, const char* row) {
     const char* at = row + column.offset;
     if (column.length == 8) {
-        std::int64_t value;
+        std::int64_t value = 0;
         std::memcpy(&value, at, sizeof value);
         return value;
     }
     if (column.length == 2) {
-        std::int16_t value;
+        std::int16_t value = 0;
         std::memcpy(&value, at, sizeof value);
         return value;
     }

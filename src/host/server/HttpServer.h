@@ -14,8 +14,8 @@
 namespace almanac::host {
 
 struct HttpLimits {
-    std::size_t header = 16 * 1024;  // bytes of request line and header fields
-    std::size_t body = 64 * 1024;
+    std::size_t header = std::size_t{16} * 1024;  // bytes of request line and header fields
+    std::size_t body = std::size_t{64} * 1024;
     std::size_t connections = 256;             // further ones get 503 and are closed
     std::chrono::milliseconds idle{60000};     // between requests, and while an answer makes no headway
     std::chrono::milliseconds request{15000};  // from a request's first byte to its last
