@@ -1,5 +1,5 @@
-// The whole way over the unix socket: a small table's requests a second, with and without pipelining, and the time
-// a large cached table takes to a client. Server, request threads and client share the machine.
+// The whole way over the unix socket: a small table's requests a second, with and without pipelining, and the
+// time a large cached table takes to a client. Server, request threads and client share the machine.
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -48,8 +48,10 @@ class CachedTable : public TableManager {
                 const Place place = placeOf(c);
                 const std::int64_t number = std::int64_t{r} * 1000003 + c;
                 const std::string text = "/usr/lib/unit-" + std::to_string(number % 100000);
-                if (place.type == HBX_UTF8) row.replace(static_cast<std::size_t>(place.offset), text.size(), text);
-                else std::memcpy(row.data() + place.offset, &number, sizeof number);
+                if (place.type == HBX_UTF8)
+                    row.replace(static_cast<std::size_t>(place.offset), text.size(), text);
+                else
+                    std::memcpy(row.data() + place.offset, &number, sizeof number);
             }
             rows_.push_back(row);
         }
@@ -90,7 +92,9 @@ struct Service {
     Framework framework;
     Api api{framework, "/nonexistent"};
     std::string path = "/tmp/almanac-bench-" + std::to_string(getpid()) + ".sock";
-    HttpServer server{[this](const ApiRequest& request, Respond respond) { return api.handle(request, std::move(respond)); }};
+    HttpServer server{[this](const ApiRequest& request, Respond respond) {
+        return api.handle(request, std::move(respond));
+    }};
 
     Service() {
         framework.catalog.add(&small);
@@ -120,14 +124,16 @@ class Client {
     Client& operator=(const Client&) = delete;
 
     void send(const std::string& bytes) {
-        if (::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) std::abort();
+        if (::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size()))
+            std::abort();
     }
     // Reads one answer and gives its body's size.
     std::size_t answer() {
         std::size_t end;
         while ((end = buffer_.find("\r\n\r\n")) == std::string::npos) more();
         if (buffer_.compare(9, 3, "200") != 0) std::abort();
-        const std::size_t length = std::strtoul(buffer_.c_str() + buffer_.find("Content-Length: ") + 16, nullptr, 10);
+        const std::size_t length =
+            std::strtoul(buffer_.c_str() + buffer_.find("Content-Length: ") + 16, nullptr, 10);
         while (buffer_.size() < end + 4 + length) more();
         buffer_.erase(0, end + 4 + length);
         return length;

@@ -75,7 +75,9 @@ void rowsToText(benchmark::State& state, RowFormat format) {
         bytes += out.size();
         benchmark::DoNotOptimize(out.data());
     }
-    state.counters["cells/s"] = benchmark::Counter(static_cast<double>(state.iterations()) * 20.0 * static_cast<double>(batch.count()), benchmark::Counter::kIsRate);
+    state.counters["cells/s"] = benchmark::Counter(
+        static_cast<double>(state.iterations()) * 20.0 * static_cast<double>(batch.count()),
+        benchmark::Counter::kIsRate);
     state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
 }
 BENCHMARK_CAPTURE(rowsToText, json, RowFormat::Json)->Arg(10000)->Unit(benchmark::kMillisecond);
@@ -87,10 +89,12 @@ void rowsIntoBatch(benchmark::State& state) {
     const Batch source = filled(10000);
     for (auto _ : state) {
         Batch batch(source.sharedLayout());
-        for (std::size_t i = 0; i < source.count(); ++i) batch.append(source.row(i), source.layout()->rowSize);
+        for (std::size_t i = 0; i < source.count(); ++i)
+            batch.append(source.row(i), source.layout()->rowSize);
         benchmark::DoNotOptimize(batch.row(0));
     }
-    state.counters["cells/s"] = benchmark::Counter(static_cast<double>(state.iterations()) * 200000.0, benchmark::Counter::kIsRate);
+    state.counters["cells/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * 200000.0, benchmark::Counter::kIsRate);
 }
 BENCHMARK(rowsIntoBatch)->Unit(benchmark::kMillisecond);
 

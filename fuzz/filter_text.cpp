@@ -42,7 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i < elements.size(); ++i) {
         const bool last = i + 1 == elements.size();
         require(elements[i].oper >= INTF_EQ && elements[i].oper <= INTF_GT);
-        require(last ? elements[i].oper2 == INTF_NONE : elements[i].oper2 == INTF_AND || elements[i].oper2 == INTF_OR);
+        require(last ? elements[i].oper2 == INTF_NONE
+                     : elements[i].oper2 == INTF_AND || elements[i].oper2 == INTF_OR);
         require(elements[i].value != nullptr && elements[i].valueLength >= 0);
     }
     std::size_t asked = 0;

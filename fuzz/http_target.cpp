@@ -1,4 +1,5 @@
-// Request target, query and Accept header: the first line of the input is the target, the rest the Accept text.
+// Request target, query and Accept header: the first line of the input is the target, the rest the Accept
+// text.
 #include <cstdint>
 #include <cstdlib>
 #include <string>

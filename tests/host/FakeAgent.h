@@ -75,7 +75,8 @@ class FakeRequest : public aghbx {
         if (info.type == HBX_INT64) {
             std::int64_t number;
             std::memcpy(&number, row + info.offset, sizeof number);
-            return IsException(oper, static_cast<long>(std::clamp<std::int64_t>(number, INT32_MIN, INT32_MAX)), value);
+            return IsException(
+                oper, static_cast<long>(std::clamp<std::int64_t>(number, INT32_MIN, INT32_MAX)), value);
         }
         if (info.type == HBX_INT16) {
             std::int16_t number;

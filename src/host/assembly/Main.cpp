@@ -32,10 +32,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kInstallationFault = 78;  // EX_CONFIG of sysexits(3)
-constexpr std::chrono::seconds kDrain{5};             // for requests inside the agent
-constexpr std::chrono::seconds kServerClose{1};       // for answers on their way out
-constexpr std::chrono::milliseconds kAll{9500};       // for everything after the shutdown was asked for
+constexpr int kInstallationFault = 78;           // EX_CONFIG of sysexits(3)
+constexpr std::chrono::seconds kDrain{5};        // for requests inside the agent
+constexpr std::chrono::seconds kServerClose{1};  // for answers on their way out
+constexpr std::chrono::milliseconds kAll{9500};  // for everything after the shutdown was asked for
 
 void complain(const std::string& line) {
     const std::string text = "almanacd: " + line + "\n";
@@ -157,7 +157,8 @@ class Host {
         if (!prepareDataDirectory(error) || !loadHostConfiguration(error) || !lock_.take(directory_, error))
             return false;
         const char* socket = ZSV1_GetEnv("ALMANAC_SOCKET");
-        if (!server_.listenUnix(socket && *socket ? socket : directory_ + "/almanac.sock", error)) return false;
+        if (!server_.listenUnix(socket && *socket ? socket : directory_ + "/almanac.sock", error))
+            return false;
         const char* port = ZSV1_GetEnv("ALMANAC_HTTP_PORT");
         if (port && *port && !listenTcp(port, error)) return false;
         return server_.start(error) && loader_.start(framework_, error);

@@ -135,8 +135,10 @@ SampleStatus ActionBroker::run(const ActionQuery& query, Done done) {
     run->done = std::move(done);
     run->unfinished = unfinished_;
     const auto submitted = broker_.run(this, [run, query, callback](bool now) {
-        if (now) start(run, query, callback);
-        else report(*run, SampleStatus::Stopping);
+        if (now)
+            start(run, query, callback);
+        else
+            report(*run, SampleStatus::Stopping);
     });
     if (submitted == RequestPool::Submitted::Accepted) return SampleStatus::Ok;
     return submitted == RequestPool::Submitted::Busy ? SampleStatus::Busy : SampleStatus::Stopping;

@@ -31,8 +31,8 @@ class ActionBroker {
 
     ActionBroker(RequestBroker& broker, AgentInfo& agent) : broker_(broker), agent_(agent) {}
 
-    // Runs one command. On Ok `done` is called exactly once when the agent has finished the command, on whatever
-    // thread finishes it; it must not throw. Busy: too many commands wait or are unfinished.
+    // Runs one command. On Ok `done` is called exactly once when the agent has finished the command, on
+    // whatever thread finishes it; it must not throw. Busy: too many commands wait or are unfinished.
     using Done = std::function<void(ActionResult&&)>;
     SampleStatus run(const ActionQuery& query, Done done);
 

@@ -12,8 +12,8 @@ namespace almanac::host {
 // Marks the capsule as finished and tells whoever waits for it; the second call on a capsule does nothing.
 void finishCapsule(AghbxAutomationCapsule* capsule);
 
-// Runs a command through the registered callback on this thread, for `request`. The command's return code, or -1
-// without a callback or if the command was not finished when the callback returned.
+// Runs a command through the registered callback on this thread, for `request`. The command's return code, or
+// -1 without a callback or if the command was not finished when the callback returned.
 int runCommandHere(const std::string& command, const char* user, aghbx* request);
 
 }  // namespace almanac::host

@@ -15,12 +15,12 @@ class AgentCall {
     AgentCall(const AgentCall&) = delete;
     AgentCall& operator=(const AgentCall&) = delete;
 
-    static int running();       // calls of all threads
+    static int running();        // calls of all threads
     static bool onThisThread();  // this thread is inside one
 };
 
-// Calls `function` inside the agent. False if it ended by an exception, which goes no further (the forced unwinding
-// of a thread that is cancelled or exits does).
+// Calls `function` inside the agent. False if it ended by an exception, which goes no further (the forced
+// unwinding of a thread that is cancelled or exits does).
 template <class Function>
 bool callAgent(Function&& function) {
     const AgentCall inside;

@@ -105,7 +105,8 @@ std::string instanceFromArguments(int argc, const char* const* argv, const char*
     return "";
 }
 
-std::string makeOriginNode(const std::string& instance, const std::string& host, const std::string& nodeType) {
+std::string makeOriginNode(const std::string& instance, const std::string& host,
+                           const std::string& nodeType) {
     const std::string prefix = instance.empty() ? "" : instance.substr(0, 16) + ":";
     const std::string suffix = nodeType.empty() ? "" : ":" + nodeType.substr(0, 8);
     const std::string shortHost = host.substr(0, host.find('.'));
@@ -129,7 +130,8 @@ int HBX_RegisterCommandCallback(const char* pattern, HBX_CommandCallback callbac
 
 int HBX_SetVersionUsingProduct(const char* product, char* out, int size) {
     if (out && size > 0) {
-        const std::size_t bytes = std::min(std::strlen(almanac::host::kVersion), static_cast<std::size_t>(size - 1));
+        const std::size_t bytes =
+            std::min(std::strlen(almanac::host::kVersion), static_cast<std::size_t>(size - 1));
         std::memcpy(out, almanac::host::kVersion, bytes);
         out[bytes] = '\0';
     }

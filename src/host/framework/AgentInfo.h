@@ -25,8 +25,8 @@ class AgentInfo {
     void setInstance(const std::string& instance);
     Values values() const;
 
-    // The agent's managed system name, 32 bytes at most: "[instance:]host:type". ALMANAC_ORIGINNODE replaces it.
-    // The text stays valid for the life of the process, also when a later answer differs.
+    // The agent's managed system name, 32 bytes at most: "[instance:]host:type". ALMANAC_ORIGINNODE replaces
+    // it. The text stays valid for the life of the process, also when a later answer differs.
     const char* originNode() const;
 
     void setLoader(HBX_AgentLoader loader);

@@ -1,4 +1,5 @@
-// The last events, bounded in number and bytes. Every operation may be called from any thread; publish only queues.
+// The last events, bounded in number and bytes. Every operation may be called from any thread; publish only
+// queues.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +18,7 @@ struct Event {
     std::uint64_t number = 0;  // from 1, without gaps
     std::int64_t time = 0;     // wall clock, milliseconds since the epoch
     std::string table;
-    Batch row;                 // one row
+    Batch row;  // one row
 };
 
 class EventFeed {

@@ -1,5 +1,5 @@
-// Everything the framework holds, made at first use and never destroyed: threads that hang inside the agent may
-// outlive main.
+// Everything the framework holds, made at first use and never destroyed: threads that hang inside the agent
+// may outlive main.
 #pragma once
 
 #include "host/framework/ActionBroker.h"

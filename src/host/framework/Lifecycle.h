@@ -14,8 +14,8 @@ class Lifecycle {
 
     // zhbmain starts on this thread. False if it has started before.
     bool enterMain();
-    // Asks for the shutdown. Waits until leaveMain has been called, `wait` at most, unless zhbmain has not started,
-    // or the caller is zhbmain's own thread or a thread inside a request (which the end waits for).
+    // Asks for the shutdown. Waits until leaveMain has been called, `wait` at most, unless zhbmain has not
+    // started, or the caller is zhbmain's own thread or a thread inside a request (which the end waits for).
     void shutDown(int reason, std::chrono::nanoseconds wait = kShutdownWait);
     bool asked() const;
     int reason() const;

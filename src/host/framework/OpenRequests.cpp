@@ -74,7 +74,7 @@ void OpenRequestCore::start() {
 
 void OpenRequestCore::takeSample() {
     HOST_TRACE_FUNCTION();
-    aghbx* request;
+    aghbx* request = nullptr;
     {
         const std::lock_guard guard(mutex_);
         request = request_;
@@ -100,8 +100,10 @@ void OpenRequestCore::takeSample() {
     }
     const auto duration = std::chrono::steady_clock::now() - start;
     table_->countEnd(good, rows.count(), duration);
-    if (good) deliver(Delivery::Kind::Sample, std::move(rows), duration);
-    else host_trace_error("table %s: the agent failed a sample", spec_->table.c_str());
+    if (good)
+        deliver(Delivery::Kind::Sample, std::move(rows), duration);
+    else
+        host_trace_error("table %s: the agent failed a sample", spec_->table.c_str());
 }
 
 void OpenRequestCore::deliver(Delivery::Kind kind, Batch&& rows, std::chrono::nanoseconds duration) {
@@ -125,7 +127,7 @@ void OpenRequestCore::deliver(Delivery::Kind kind, Batch&& rows, std::chrono::na
 }
 
 void OpenRequestCore::close() {
-    bool endNow;
+    bool endNow = false;
     std::shared_ptr<const RowSink> sink;
     {
         const std::lock_guard guard(mutex_);
@@ -162,7 +164,8 @@ bool OpenScheduler::enter(const std::shared_ptr<OpenRequestCore>& open) {
 void OpenScheduler::leave(const OpenRequestCore* open) {
     Item gone;  // dropped behind the lock
     const std::lock_guard guard(mutex_);
-    const auto it = std::find_if(items_.begin(), items_.end(), [open](const Item& i) { return i.open.get() == open; });
+    const auto it =
+        std::find_if(items_.begin(), items_.end(), [open](const Item& i) { return i.open.get() == open; });
     if (it == items_.end()) return;
     gone = std::move(*it);
     items_.erase(it);

@@ -24,17 +24,20 @@ class OpenRequestCore : public std::enable_shared_from_this<OpenRequestCore> {
     OpenRequestCore(std::shared_ptr<RequestPool> pool, std::shared_ptr<OpenScheduler> scheduler,
                     std::shared_ptr<TableEntry> table, RequestSpec spec, RowSink sink);
 
-    // On a request thread: makes the request, puts it on the table's list, takes the first sample of a timed one.
+    // On a request thread: makes the request, puts it on the table's list, takes the first sample of a timed
+    // one.
     void create();
     // Asks for a sample on a request thread; passes by while one runs or the pool is busy.
     void start();
     void close();
     bool timed() const { return spec_->type != HBX_EVENT && spec_->intervalMilliseconds > 0; }
-    std::chrono::milliseconds interval() const { return std::chrono::milliseconds(spec_->intervalMilliseconds); }
+    std::chrono::milliseconds interval() const {
+        return std::chrono::milliseconds(spec_->intervalMilliseconds);
+    }
 
   private:
-    bool enterBusy();   // false if closed or busy
-    void leaveBusy();   // ends the request if it was closed meanwhile
+    bool enterBusy();  // false if closed or busy
+    void leaveBusy();  // ends the request if it was closed meanwhile
     void takeSample();
     void deliver(Delivery::Kind kind, Batch&& rows, std::chrono::nanoseconds duration);
     void end(aghbx* request);
@@ -62,7 +65,8 @@ class OpenHandle : public OpenRequest {
     std::shared_ptr<OpenRequestCore> core_;
 };
 
-// Knows what is open. Its thread exists only while a timed request is open and sleeps until the next one is due.
+// Knows what is open. Its thread exists only while a timed request is open and sleeps until the next one is
+// due.
 class OpenScheduler : public std::enable_shared_from_this<OpenScheduler> {
   public:
     static constexpr std::size_t kMaxOpen = 1024;

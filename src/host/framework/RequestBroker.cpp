@@ -34,7 +34,8 @@ RequestBroker::~RequestBroker() {
     stop();
 }
 
-SampleStatus RequestBroker::sample(const SampleQuery& query, Done done, std::shared_ptr<SampleTicket>* ticket) {
+SampleStatus RequestBroker::sample(const SampleQuery& query, Done done,
+                                   std::shared_ptr<SampleTicket>* ticket) {
     query.table->countRequest();
     if (!ready() || !query.table->layout()) return SampleStatus::NotReady;
     auto hold = std::make_shared<SampleTicket>();

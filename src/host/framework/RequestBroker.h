@@ -1,5 +1,5 @@
-// Brings requests to the agent's tables and their rows back. Everything that calls the agent runs on a request
-// thread; every operation here may be called from any thread and returns at once.
+// Brings requests to the agent's tables and their rows back. Everything that calls the agent runs on a
+// request thread; every operation here may be called from any thread and returns at once.
 #pragma once
 
 #include <atomic>
@@ -41,8 +41,8 @@ struct SampleResult {
     std::chrono::nanoseconds duration{0};
 };
 
-// A client's hold on its request. Dropping it changes nothing; abandon() tells that the answer is not waited for:
-// a request that still waits never starts, one that runs takes no more rows.
+// A client's hold on its request. Dropping it changes nothing; abandon() tells that the answer is not waited
+// for: a request that still waits never starts, one that runs takes no more rows.
 class SampleTicket {
   public:
     void abandon();
@@ -61,16 +61,16 @@ struct Delivery {
     Batch rows;
     std::chrono::nanoseconds duration{0};  // of a sample
 };
-// Called on a request thread (samples) or on the event's thread with the table locked (events); it must only queue,
-// and may still be called once while close() returns. Deliveries of one request may overlap.
+// Called on a request thread (samples) or on the event's thread with the table locked (events); it must only
+// queue, and may still be called once while close() returns. Deliveries of one request may overlap.
 using RowSink = std::function<void(Delivery&&)>;
 
 // A request that stays open: samples at its interval (exception, interval) or nothing but events (event).
 class OpenRequest {
   public:
     virtual ~OpenRequest() = default;
-    // Closes the request; nothing is delivered afterwards but what is on its way. Idempotent; dropping the last
-    // reference closes as well.
+    // Closes the request; nothing is delivered afterwards but what is on its way. Idempotent; dropping the
+    // last reference closes as well.
     virtual void close() = 0;
 };
 
@@ -87,18 +87,21 @@ class RequestBroker {
     void setReady() { ready_.store(true); }
     bool ready() const { return ready_.load(); }
 
-    // Takes one demand sample. On Ok `done` is called exactly once, on a request thread or (Stopping) on the thread
-    // that stops; on anything else never. `done` must not throw.
+    // Takes one demand sample. On Ok `done` is called exactly once, on a request thread or (Stopping) on the
+    // thread that stops; on anything else never. `done` must not throw.
     using Done = std::function<void(SampleResult&&)>;
     SampleStatus sample(const SampleQuery& query, Done done, std::shared_ptr<SampleTicket>* ticket = nullptr);
 
-    // Opens a request. Its table, application and layout are filled in from the entry. Null if the broker is
-    // not ready, stops or is busy, or 1,024 are open already.
-    std::shared_ptr<OpenRequest> open(const std::shared_ptr<TableEntry>& table, RequestSpec spec, RowSink sink);
+    // Opens a request. Its table, application and layout are filled in from the entry. Null if the
+    // broker is not ready, stops or is busy, or 1,024 are open already.
+    std::shared_ptr<OpenRequest> open(const std::shared_ptr<TableEntry>& table, RequestSpec spec,
+                                      RowSink sink);
     std::size_t openRequests() const;
 
     // Runs work that calls the agent (a command) on a request thread, bounded by its key as samples are.
-    RequestPool::Submitted run(const void* key, RequestPool::Job job) { return pool_->submit(key, std::move(job)); }
+    RequestPool::Submitted run(const void* key, RequestPool::Job job) {
+        return pool_->submit(key, std::move(job));
+    }
     bool runHousekeeping(RequestPool::Job job) { return pool_->submitHousekeeping(std::move(job)); }
 
     // Refuses what is new, drops what waits and closes what is open.

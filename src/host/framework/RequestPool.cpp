@@ -169,8 +169,10 @@ void RequestPool::refuse() {
         shared_->refusing = true;
         std::deque<Shared::Waiting> kept;
         for (auto& waiting : shared_->queue) {
-            if (waiting.key) dropped.push_back(std::move(waiting.job));
-            else kept.push_back(std::move(waiting));
+            if (waiting.key)
+                dropped.push_back(std::move(waiting.job));
+            else
+                kept.push_back(std::move(waiting));
         }
         shared_->queue = std::move(kept);
         shared_->queuedRequests = 0;

@@ -1,5 +1,5 @@
-// The request threads: made on demand, bounded, and without any timer. Jobs carry a key (a table); only a few of
-// one key run at once, so that a table that hangs never takes all threads.
+// The request threads: made on demand, bounded, and without any timer. Jobs carry a key (a table); only a few
+// of one key run at once, so that a table that hangs never takes all threads.
 #pragma once
 
 #include <chrono>
@@ -13,15 +13,15 @@ class RequestPool {
   public:
     struct Limits {
         std::size_t threads = 16;
-        std::size_t queue = 256;       // jobs that wait, of all keys
+        std::size_t queue = 256;  // jobs that wait, of all keys
         std::size_t runningPerKey = 2;
         std::size_t queuePerKey = 64;
-        std::size_t idleThreads = 2;   // threads that stay when there is nothing to do
+        std::size_t idleThreads = 2;  // threads that stay when there is nothing to do
     };
     enum class Submitted { Accepted, Busy, Stopped };
 
-    // `run` is true on a request thread; false if the job is dropped because the pool stops, on the stopping thread.
-    // Exactly one call comes for each accepted job.
+    // `run` is true on a request thread; false if the job is dropped because the pool stops, on the stopping
+    // thread. Exactly one call comes for each accepted job.
     using Job = std::function<void(bool run)>;
 
     explicit RequestPool(const Limits& limits);

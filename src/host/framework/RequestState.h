@@ -1,5 +1,5 @@
-// What stands behind a request object: what was asked, what has been inserted, who still refers to it. Internal to
-// the framework; the agent sees RequestDetail and ContextInfo as opaque.
+// What stands behind a request object: what was asked, what has been inserted, who still refers to it.
+// Internal to the framework; the agent sees RequestDetail and ContextInfo as opaque.
 #pragma once
 
 #include <atomic>
@@ -26,20 +26,22 @@ struct RequestSpec {
     std::shared_ptr<const Filter> filter;       // null passes every row
     std::vector<std::string> subnodes;
     std::string situation;
-    std::size_t limit = SIZE_MAX;     // rows of one sample, and of one event delivery
-    long intervalMilliseconds = 0;    // of exception and interval samples
-    int history = 0;                  // as IsHistoryRequest
-    bool allSubnodes = false;         // QueryState(HBX_STATE_ALL_SUBNODES)
+    std::size_t limit = SIZE_MAX;   // rows of one sample, and of one event delivery
+    long intervalMilliseconds = 0;  // of exception and interval samples
+    int history = 0;                // as IsHistoryRequest
+    bool allSubnodes = false;       // QueryState(HBX_STATE_ALL_SUBNODES)
 };
 
-// Takes the rows of one event delivery; called on the event's thread, with the table locked: it must only queue.
+// Takes the rows of one event delivery; called on the event's thread, with the table locked: it must only
+// queue.
 using EventRows = std::function<void(Batch&&)>;
 
 }  // namespace almanac::host
 
 class RequestDetail {
   public:
-    explicit RequestDetail(std::shared_ptr<const almanac::host::RequestSpec> spec_) : spec(std::move(spec_)) {}
+    explicit RequestDetail(std::shared_ptr<const almanac::host::RequestSpec> spec_)
+        : spec(std::move(spec_)) {}
     std::shared_ptr<const almanac::host::RequestSpec> spec;
 };
 
@@ -55,13 +57,15 @@ struct aghbx::State {
     unsigned handle = 0;
     almanac::host::EventRows onEvents;
     std::function<void(aghbx*)> onLastDrop;
-    std::vector<ZFL1_FILTERINFO> elements;  // this request's copy, which the agent may get to see as non-const
+    std::vector<ZFL1_FILTERINFO>
+        elements;  // this request's copy, which the agent may get to see as non-const
     std::atomic<std::size_t> nextElement{0};
     std::atomic<std::size_t> nextSubnode{0};
     std::atomic<unsigned> rowSize{0};
     std::atomic<unsigned> allocationDefault{0};
     std::atomic<bool> stopInserting{false};
-    std::atomic<std::thread::id> samplingThread{};  // whose rows belong to the sample; other threads bring events
+    std::atomic<std::thread::id>
+        samplingThread{};  // whose rows belong to the sample; other threads bring events
 
     std::mutex mutex;  // guards what follows; held for moments, never while the agent is called
     almanac::host::Batch sample;

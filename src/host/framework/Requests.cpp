@@ -66,7 +66,8 @@ void aghbx::operator delete(void* memory) {
 }
 
 aghbx::aghbx(RequestDetail* detail, ContextInfo* context, TableManager* table) : state_(new State) {
-    state_->spec = detail ? detail->spec : std::shared_ptr<const RequestSpec>(&emptySpec(), [](const RequestSpec*) {});
+    state_->spec =
+        detail ? detail->spec : std::shared_ptr<const RequestSpec>(&emptySpec(), [](const RequestSpec*) {});
     state_->table = table;
     do {
         state_->handle = lastHandle.fetch_add(1) + 1;
@@ -90,8 +91,8 @@ int aghbx::PrintSelf() {
 
 int aghbx::ExecuteCommand(char* command, int length, char* user) {
     if (!command || length < 0) return -1;
-    return almanac::host::runCommandHere(std::string(command, strnlen(command, static_cast<std::size_t>(length))),
-                                         user, this);
+    return almanac::host::runCommandHere(
+        std::string(command, strnlen(command, static_cast<std::size_t>(length))), user, this);
 }
 
 int aghbx::CommandCompleted(AghbxAutomationCapsule*) { return 0; }
@@ -112,7 +113,8 @@ int aghbx::InsertRow(char* row) {
     try {
         const std::lock_guard guard(s.mutex);
         Batch& batch = sampling ? s.sample : s.events;
-        if (batch.count() < s.spec->limit && batch.append(row, s.rowSize.load(std::memory_order_relaxed))) return 0;
+        if (batch.count() < s.spec->limit && batch.append(row, s.rowSize.load(std::memory_order_relaxed)))
+            return 0;
         if (sampling) s.full = true;
     } catch (...) {
         const std::lock_guard guard(s.mutex);
@@ -132,7 +134,9 @@ int aghbx::CheckForException(char* row) {
 }
 
 int aghbx::_get_sampletype() const { return state_->spec->type; }
-int aghbx::_get_interval() const { return static_cast<int>((state_->spec->intervalMilliseconds + 999) / 1000); }
+int aghbx::_get_interval() const {
+    return static_cast<int>((state_->spec->intervalMilliseconds + 999) / 1000);
+}
 int aghbx::Interval() const { return _get_interval(); }
 
 bool aghbx::QueryState(unsigned state) const {
@@ -141,7 +145,9 @@ bool aghbx::QueryState(unsigned state) const {
 
 void aghbx::SetRowSize(unsigned bytes) { state_->rowSize.store(bytes, std::memory_order_relaxed); }
 
-void aghbx::SetAllocationDefault(unsigned rows) { state_->allocationDefault.store(rows, std::memory_order_relaxed); }
+void aghbx::SetAllocationDefault(unsigned rows) {
+    state_->allocationDefault.store(rows, std::memory_order_relaxed);
+}
 
 const char* aghbx::TableName() const {
     return state_->table ? state_->table->TableName() : state_->spec->table.c_str();

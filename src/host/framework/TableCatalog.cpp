@@ -15,10 +15,14 @@ constexpr std::size_t kMaxRow = std::size_t{16} << 20;
 
 ColumnKind kindOf(int type) {
     switch (type) {
-        case HBX_INT16: return ColumnKind::Int16;
-        case HBX_INT32: return ColumnKind::Int32;
-        case HBX_INT64: return ColumnKind::Int64;
-        default: return ColumnKind::Text;
+        case HBX_INT16:
+            return ColumnKind::Int16;
+        case HBX_INT32:
+            return ColumnKind::Int32;
+        case HBX_INT64:
+            return ColumnKind::Int64;
+        default:
+            return ColumnKind::Text;
     }
 }
 
@@ -31,7 +35,8 @@ bool toColumn(const ColumnInfo& info, Column* out) {
     out->length = static_cast<std::size_t>(info.length);
     out->type = info.type;
     out->kind = kindOf(info.type);
-    if ((out->kind == ColumnKind::Int64 && out->length != 8) || (out->kind == ColumnKind::Int16 && out->length != 2))
+    if ((out->kind == ColumnKind::Int64 && out->length != 8) ||
+        (out->kind == ColumnKind::Int16 && out->length != 2))
         return false;
     if (out->kind != ColumnKind::Text) out->decimals = hintDecimals(out->hint);
     return out->offset + out->length <= kMaxRow;
@@ -152,8 +157,10 @@ std::shared_ptr<TableEntry> TableCatalog::find(std::string_view name) const {
     for (const auto& entry : entries_) {
         if (entry->name() == name) return entry;
         if (!equalsNoCase(entry->name(), name)) continue;
-        if (!folded) folded = entry;
-        else ambiguous = ambiguous || folded->name() != entry->name();
+        if (!folded)
+            folded = entry;
+        else
+            ambiguous = ambiguous || folded->name() != entry->name();
     }
     return ambiguous ? nullptr : folded;
 }
@@ -161,6 +168,7 @@ std::shared_ptr<TableEntry> TableCatalog::find(std::string_view name) const {
 std::string TableCatalog::nearest(std::string_view name) const {
     const auto tables = list();
     std::vector<std::string_view> names;
+    names.reserve(tables.size());
     for (const auto& entry : tables) names.push_back(entry->name());
     return nearestName(name, names);
 }

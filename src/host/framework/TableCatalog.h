@@ -38,8 +38,8 @@ class TableEntry {
     std::shared_ptr<const TableLayout> layout() const;  // null before it has been learned
     TableStatistics statistics() const;
 
-    // Asks the agent what the columns are, through a request that is never sampled. Calls the agent: on the loader's
-    // or a request thread only. False if the agent gives no request or no column that can be used.
+    // Asks the agent what the columns are, through a request that is never sampled. Calls the agent: on the
+    // loader's or a request thread only. False if the agent gives no request or no column that can be used.
     bool learn();
 
     void countRequest();
@@ -58,7 +58,8 @@ class TableEntry {
 
 class TableCatalog {
   public:
-    // Adds a table. A second table of the same application and name is kept for events but never answers requests.
+    // Adds a table. A second table of the same application and name is kept for events but never answers
+    // requests.
     std::shared_ptr<TableEntry> add(TableManager* manager);
     void forget(TableManager* manager);
 

@@ -32,8 +32,8 @@ class Batch {
             bytes_.reserve(rows * layout_->rowSize);
     }
 
-    // Copies a row of `size` bytes: what is beyond the layout is cut, what is missing is zero. False without a
-    // layout or at the bound. May throw std::bad_alloc.
+    // Copies a row of `size` bytes: what is beyond the layout is cut, what is missing is zero. False without
+    // a layout or at the bound. May throw std::bad_alloc.
     bool append(const char* row, std::size_t size) {
         if (!layout_ || bytes_.size() + layout_->rowSize > kMaxBytes) return false;
         const std::size_t old = bytes_.size();

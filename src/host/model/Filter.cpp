@@ -8,13 +8,20 @@ namespace {
 // order: below 0, 0 or above 0 as the cell is below, equal to or above the value.
 bool holds(_IntfOper oper, int order) {
     switch (oper) {
-        case INTF_EQ: return order == 0;
-        case INTF_NE: return order != 0;
-        case INTF_GE: return order >= 0;
-        case INTF_LE: return order <= 0;
-        case INTF_LT: return order < 0;
-        case INTF_GT: return order > 0;
-        default: return false;
+        case INTF_EQ:
+            return order == 0;
+        case INTF_NE:
+            return order != 0;
+        case INTF_GE:
+            return order >= 0;
+        case INTF_LE:
+            return order <= 0;
+        case INTF_LT:
+            return order < 0;
+        case INTF_GT:
+            return order > 0;
+        default:
+            return false;
     }
 }
 

@@ -2,9 +2,10 @@
 //
 //     CPU > 80 AND NAME = 'java' OR SCAN(CMD, 'x')
 //
-// Comparisons are = (or ==) != (or <>) < <= > >=; AND binds tighter than OR, NOT tighter than AND; keywords in any
-// case. Numbers are decimal and may have a fraction on a column with implied decimals ("d-2": 1.25 compares with
-// the stored 125). Text stands in single quotes, a quote inside is doubled. Trailing blanks never count.
+// Comparisons are = (or ==) != (or <>) < <= > >=; AND binds tighter than OR, NOT tighter than AND; keywords
+// in any case. Numbers are decimal and may have a fraction on a column with implied decimals ("d-2": 1.25
+// compares with the stored 125). Text stands in single quotes, a quote inside is doubled. Trailing blanks
+// never count.
 //     SCAN(column, 'text')          the column contains the text
 //     SUBSTR(column, 'text')        the column begins with the text
 //     SUBSTR(column, pos, 'text')   the text stands at byte position pos, counted from 1
@@ -24,14 +25,14 @@
 
 namespace almanac::host {
 
-// What a comparison compares with. The agent gets a pointer to it as the opaque value of ColumnIsException and
-// hands it back to aghbx::IsException.
+// What a comparison compares with. The agent gets a pointer to it as the opaque value of ColumnIsException
+// and hands it back to aghbx::IsException.
 struct FilterLiteral {
     HBX_FilterFunction function = HBX_FN_NONE;
     bool isText = false;
-    std::string text;        // without trailing blanks, unless a function looks for it
-    long long number = 0;    // scaled by the column's decimals; the whole number below it if `between`
-    bool between = false;    // the number lies between `number` and `number` + 1
+    std::string text;          // without trailing blanks, unless a function looks for it
+    long long number = 0;      // scaled by the column's decimals; the whole number below it if `between`
+    bool between = false;      // the number lies between `number` and `number` + 1
     std::size_t position = 0;  // of SUBSTR, from 0
 
     // The comparison itself; `oper` is INTF_EQ to INTF_GT.
@@ -40,10 +41,10 @@ struct FilterLiteral {
 };
 
 struct FilterComparison {
-    std::string column;      // the name as the layout spells it; "PARMA" for a parameter
-    std::string parameter;   // name of a parameter, else empty
+    std::string column;     // the name as the layout spells it; "PARMA" for a parameter
+    std::string parameter;  // name of a parameter, else empty
     _IntfOper oper = INTF_EQ;
-    bool wide = false;       // the value needs (or the column has) 64 bits
+    bool wide = false;  // the value needs (or the column has) 64 bits
     FilterLiteral literal;
 };
 
@@ -59,8 +60,8 @@ class Filter {
     static constexpr std::size_t kMaxText = 16384;  // bytes
     static constexpr int kMaxDepth = 64;            // of parentheses and NOTs
 
-    // Compiles `text` for a table. Null with `error` filled if it is no filter; an empty or blank text is an error
-    // too (a request without a filter has none).
+    // Compiles `text` for a table. Null with `error` filled if it is no filter; an empty or blank text is an
+    // error too (a request without a filter has none).
     static std::shared_ptr<const Filter> compile(std::string_view text, const TableLayout& layout,
                                                  FilterError* error);
 
@@ -68,8 +69,8 @@ class Filter {
     const std::vector<ZFL1_FILTERINFO>& elements() const { return elements_; }
     const std::vector<FilterComparison>& comparisons() const { return comparisons_; }
 
-    // Evaluates the filter: `compare(const FilterComparison&)` tells whether one comparison holds. Parameters are
-    // not asked for.
+    // Evaluates the filter: `compare(const FilterComparison&)` tells whether one comparison holds. Parameters
+    // are not asked for.
     template <class Compare>
     bool evaluate(Compare&& compare) const {
         bool conjunction = true;

@@ -1,5 +1,5 @@
-// From filter text to a Filter: a scanner, and a recursive descent parser that builds the disjunctive form as it
-// goes (NOT is pushed down to the comparisons), so that no tree is kept.
+// From filter text to a Filter: a scanner, and a recursive descent parser that builds the disjunctive form as
+// it goes (NOT is pushed down to the comparisons), so that no tree is kept.
 #include <charconv>
 #include <cstdint>
 
@@ -12,15 +12,15 @@ enum class Kind { End, Name, Quoted, Text, Number, Operator, Open, Close, Comma,
 
 struct Token {
     Kind kind = Kind::End;
-    std::size_t at = 0;     // byte in the text
-    std::string_view raw;   // as written
-    std::string text;       // of a text or a quoted name: unescaped; of Bad: what is wrong
+    std::size_t at = 0;    // byte in the text
+    std::string_view raw;  // as written
+    std::string text;      // of a text or a quoted name: unescaped; of Bad: what is wrong
 };
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isNameByte(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || c == '%' || c == '$' ||
-           c == '#' || c == '.' || static_cast<unsigned char>(c) >= 0x80;
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || c == '%' ||
+           c == '$' || c == '#' || c == '.' || static_cast<unsigned char>(c) >= 0x80;
 }
 
 class Scanner {
@@ -35,7 +35,8 @@ class Scanner {
         const char c = text_[at_];
         const char follow = at_ + 1 < text_.size() ? text_[at_ + 1] : '\0';
         if (c == '\'' || c == '"') return quoted(token, c);
-        if (isDigit(c) || ((c == '-' || c == '+') && (isDigit(follow) || follow == '.'))) return number(token);
+        if (isDigit(c) || ((c == '-' || c == '+') && (isDigit(follow) || follow == '.')))
+            return number(token);
         if (isNameByte(c)) {
             while (at_ < text_.size() && isNameByte(text_[at_])) ++at_;
             return finish(token, Kind::Name);
@@ -82,9 +83,12 @@ class Scanner {
         const std::string_view digits = text_.substr(token.at, at_ - token.at);
         bool point = false, any = false;
         for (std::size_t i = digits[0] == '-' || digits[0] == '+' ? 1 : 0; i < digits.size(); ++i) {
-            if (digits[i] == '.' && !point) point = true;
-            else if (isDigit(digits[i])) any = true;
-            else any = false, i = digits.size();
+            if (digits[i] == '.' && !point)
+                point = true;
+            else if (isDigit(digits[i]))
+                any = true;
+            else
+                any = false, i = digits.size();
         }
         if (any && digits.back() != '.') return finish(token, Kind::Number);
         token.text = "a number that cannot be read";
@@ -128,7 +132,9 @@ class FilterParser {
 
   private:
     void advance() { token_ = scanner_.next(); }
-    bool isWord(std::string_view word) const { return token_.kind == Kind::Name && equalsNoCase(token_.raw, word); }
+    bool isWord(std::string_view word) const {
+        return token_.kind == Kind::Name && equalsNoCase(token_.raw, word);
+    }
 
     bool failAt(std::size_t at, std::string message) {
         error_->position = at + 1;
@@ -137,7 +143,8 @@ class FilterParser {
     }
 
     bool fail(const char* expected) {
-        std::string found = token_.kind == Kind::End ? "the end of the filter" : "'" + std::string(token_.raw) + "'";
+        std::string found =
+            token_.kind == Kind::End ? "the end of the filter" : "'" + std::string(token_.raw) + "'";
         if (token_.kind == Kind::Bad) found += " (" + token_.text + ")";
         return failAt(token_.at, std::string("expected ") + expected + ", found " + found);
     }
@@ -149,7 +156,8 @@ class FilterParser {
     }
 
     bool multiply(Form* into, Form&& other) {
-        if (weight(*into) * other.size() + weight(other) * into->size() > Filter::kMaxComparisons) return tooMany();
+        if (weight(*into) * other.size() + weight(other) * into->size() > Filter::kMaxComparisons)
+            return tooMany();
         Form product;
         for (const auto& left : *into) {
             for (const auto& right : other) {
@@ -210,7 +218,8 @@ class FilterParser {
     }
 
     bool oneComparison(FilterComparison* c, bool negated) {
-        if (token_.kind != Kind::Name && token_.kind != Kind::Quoted) return fail("a column name, NOT or '('");
+        if (token_.kind != Kind::Name && token_.kind != Kind::Quoted)
+            return fail("a column name, NOT or '('");
         const Token name = token_;
         advance();
         if (name.kind == Kind::Name && token_.kind == Kind::Open) {
@@ -263,7 +272,8 @@ class FilterParser {
             return fail(("a number, because " + column.name + " is a number column").c_str());
         if (!scale(token_.raw, column.decimals, &c->literal))
             return failAt(token_.at, "the number '" + std::string(token_.raw) + "' needs more than 64 bits");
-        c->wide = column.kind == ColumnKind::Int64 || c->literal.number > INT32_MAX || c->literal.number < INT32_MIN;
+        c->wide = column.kind == ColumnKind::Int64 || c->literal.number > INT32_MAX ||
+                  c->literal.number < INT32_MIN;
         advance();
         return true;
     }
@@ -334,7 +344,8 @@ class FilterParser {
     bool parameter(FilterComparison* c, const Token& name, bool negated) {
         if (negated) return failAt(name.at, "a parameter cannot stand under NOT");
         advance();
-        if (token_.kind != Kind::Text || token_.text.empty()) return fail("the parameter's name in single quotes");
+        if (token_.kind != Kind::Text || token_.text.empty())
+            return fail("the parameter's name in single quotes");
         c->column = "PARMA";
         c->parameter = token_.text;
         advance();
@@ -356,7 +367,8 @@ class FilterParser {
 
 }  // namespace
 
-std::shared_ptr<const Filter> Filter::compile(std::string_view text, const TableLayout& layout, FilterError* error) {
+std::shared_ptr<const Filter> Filter::compile(std::string_view text, const TableLayout& layout,
+                                              FilterError* error) {
     if (text.size() > kMaxText) {
         error->position = kMaxText + 1;
         error->message = "a filter may have " + std::to_string(kMaxText) + " bytes";

@@ -23,12 +23,12 @@ struct Sequence {
     bool valid;
 };
 
-// The UTF-8 sequence at the start of `text`, whose first byte is 0x80 or above: a valid one, or the maximal part
-// of one that is to be replaced as a whole (RFC 3629; the replacing rule of the Unicode standard, 3.9).
+// The UTF-8 sequence at the start of `text`, whose first byte is 0x80 or above: a valid one, or the maximal
+// part of one that is to be replaced as a whole (RFC 3629; the replacing rule of the Unicode standard, 3.9).
 Sequence decode(std::string_view text) {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = at(0);
-    std::size_t need;
+    std::size_t need = 0;
     unsigned low = 0x80, high = 0xBF;
     if (first >= 0xC2 && first <= 0xDF) {
         need = 1;
@@ -54,11 +54,21 @@ Sequence decode(std::string_view text) {
 void appendEscape(std::string* out, unsigned char c) {
     static constexpr char kHex[] = "0123456789abcdef";
     switch (c) {
-        case '"': *out += "\\\""; return;
-        case '\\': *out += "\\\\"; return;
-        case '\n': *out += "\\n"; return;
-        case '\r': *out += "\\r"; return;
-        case '\t': *out += "\\t"; return;
+        case '"':
+            *out += "\\\"";
+            return;
+        case '\\':
+            *out += "\\\\";
+            return;
+        case '\n':
+            *out += "\\n";
+            return;
+        case '\r':
+            *out += "\\r";
+            return;
+        case '\t':
+            *out += "\\t";
+            return;
         default:
             *out += "\\u00";
             *out += kHex[c >> 4];
@@ -112,7 +122,8 @@ void appendInteger(std::string* out, long long number) {
 void appendDecimal(std::string* out, long long number, int decimals) {
     if (decimals <= 0) return appendInteger(out, number);
     char digits[24];
-    const auto magnitude = number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number);
+    const auto magnitude =
+        number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number);
     const auto end = std::to_chars(digits, digits + sizeof digits, magnitude).ptr;
     const std::string_view all(digits, static_cast<std::size_t>(end - digits));
     const auto places = static_cast<std::size_t>(decimals);

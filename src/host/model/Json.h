@@ -6,8 +6,8 @@
 
 namespace almanac::host {
 
-// Appends `text` with quotes. Control bytes, '"' and '\' are escaped; bytes that are no UTF-8 (RFC 3629) become
-// U+FFFD, one for each maximal part of a sequence.
+// Appends `text` with quotes. Control bytes, '"' and '\' are escaped; bytes that are no UTF-8 (RFC 3629)
+// become U+FFFD, one for each maximal part of a sequence.
 void appendJsonString(std::string* out, std::string_view text);
 // Appends `text` with invalid UTF-8 replaced by U+FFFD and nothing escaped.
 void appendValidUtf8(std::string* out, std::string_view text);

@@ -5,12 +5,13 @@
 namespace almanac::host {
 namespace {
 
-// RFC 4180, 2: a field with a comma, a quote or a line end stands in quotes, and quotes inside are doubled. Other
-// control bytes are quoted too, and so are blanks at the border, which readers like to drop.
+// RFC 4180, 2: a field with a comma, a quote or a line end stands in quotes, and quotes inside are doubled.
+// Other control bytes are quoted too, and so are blanks at the border, which readers like to drop.
 void appendCsvField(std::string* out, std::string_view text) {
     bool plain = true;
     for (const char c : text) plain = plain && c != ',' && c != '"' && static_cast<unsigned char>(c) >= 0x20;
-    if (plain && (text.empty() || (text.front() != ' ' && text.back() != ' '))) return appendValidUtf8(out, text);
+    if (plain && (text.empty() || (text.front() != ' ' && text.back() != ' ')))
+        return appendValidUtf8(out, text);
     *out += '"';
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t quote = std::min(text.find('"', at), text.size());
@@ -25,9 +26,12 @@ void appendCsvField(std::string* out, std::string_view text) {
 
 const char* mediaType(RowFormat format) {
     switch (format) {
-        case RowFormat::Ndjson: return "application/x-ndjson";
-        case RowFormat::Csv: return "text/csv; charset=utf-8";
-        case RowFormat::Json: break;
+        case RowFormat::Ndjson:
+            return "application/x-ndjson";
+        case RowFormat::Csv:
+            return "text/csv; charset=utf-8";
+        case RowFormat::Json:
+            break;
     }
     return "application/json";
 }

@@ -1,5 +1,5 @@
-// From row buffers to text: JSON objects, NDJSON lines, CSV records. Texts lose their padding and get invalid UTF-8
-// replaced; an integer with implied decimals is written as the decimal number it stands for.
+// From row buffers to text: JSON objects, NDJSON lines, CSV records. Texts lose their padding and get invalid
+// UTF-8 replaced; an integer with implied decimals is written as the decimal number it stands for.
 #pragma once
 
 #include <string>

@@ -31,10 +31,14 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
 
 const char* columnTypeName(ColumnKind kind) {
     switch (kind) {
-        case ColumnKind::Int16: return "int16";
-        case ColumnKind::Int32: return "int32";
-        case ColumnKind::Int64: return "int64";
-        case ColumnKind::Text: break;
+        case ColumnKind::Int16:
+            return "int16";
+        case ColumnKind::Int32:
+            return "int32";
+        case ColumnKind::Int64:
+            return "int64";
+        case ColumnKind::Text:
+            break;
     }
     return "text";
 }
@@ -50,7 +54,8 @@ int hintDecimals(std::string_view hint) {
 }
 
 bool equalsNoCase(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return fold(x) == fold(y); });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return fold(x) == fold(y); });
 }
 
 std::string nearestName(std::string_view wanted, const std::vector<std::string_view>& names) {
@@ -91,12 +96,12 @@ std::string TableLayout::nearest(std::string_view wanted) const {
 long long readInteger(const Column& column, const char* row) {
     const char* at = row + column.offset;
     if (column.length == 8) {
-        std::int64_t value;
+        std::int64_t value = 0;
         std::memcpy(&value, at, sizeof value);
         return value;
     }
     if (column.length == 2) {
-        std::int16_t value;
+        std::int16_t value = 0;
         std::memcpy(&value, at, sizeof value);
         return value;
     }

@@ -30,22 +30,28 @@ bool matches(std::string_view route, const std::vector<std::string>& path, std::
         const std::size_t slash = route.find('/');
         const std::string_view segment = route.substr(0, slash);
         const bool last = slash == std::string_view::npos;
-        if (segment == "{}" && !path[i].empty()) *name = path[i];
-        else if (segment != path[i]) return false;
+        if (segment == "{}" && !path[i].empty())
+            *name = path[i];
+        else if (segment != path[i])
+            return false;
         if (last != (i + 1 == path.size())) return false;
         if (!last) route.remove_prefix(slash + 1);
     }
     return !path.empty();
 }
 
-bool changesState(const std::string& method) { return method != "GET" && method != "HEAD" && method != "OPTIONS"; }
+bool changesState(const std::string& method) {
+    return method != "GET" && method != "HEAD" && method != "OPTIONS";
+}
 
 void writeColumn(JsonWriter& json, const Column& column) {
     json.beginObject().key("name").value(column.name).key("type").value(columnTypeName(column.kind));
     json.key("length").value(column.length).key("offset").value(column.offset);
     json.key("hint");
-    if (column.hint.empty()) json.null();
-    else json.value(column.hint);
+    if (column.hint.empty())
+        json.null();
+    else
+        json.value(column.hint);
     if (column.decimals > 0) json.key("decimals").value(column.decimals);
     json.endObject();
 }
@@ -58,14 +64,17 @@ void writeStatistics(JsonWriter& json, const TableStatistics& s) {
     json.key("refused").value(static_cast<long long>(s.refused));
     json.key("running").value(s.running);
     json.key("last_start_ms");
-    if (s.lastStart == 0) json.null();
-    else json.value(static_cast<long long>(s.lastStart));
+    if (s.lastStart == 0)
+        json.null();
+    else
+        json.value(static_cast<long long>(s.lastStart));
     json.key("last_duration_s").value(seconds(s.lastDuration));
     json.key("last_rows").value(static_cast<long long>(s.lastRows));
 }
 
 // Wrong if the query has a parameter outside `known`.
-std::optional<ApiResponse> strayParameter(const HttpTarget& target, std::initializer_list<std::string_view> known) {
+std::optional<ApiResponse> strayParameter(const HttpTarget& target,
+                                          std::initializer_list<std::string_view> known) {
     for (const auto& [name, value] : target.query) {
         bool found = false;
         for (const std::string_view one : known) found = found || one == name;
@@ -77,16 +86,11 @@ std::optional<ApiResponse> strayParameter(const HttpTarget& target, std::initial
 }  // namespace
 
 const Api::Route Api::kRoutes[] = {
-    {"/api/v1/agent", kRead, &Api::agent},
-    {"/api/v1/tables", kRead, &Api::tables},
-    {"/api/v1/tables/{}", kRead, &Api::table},
-    {"/api/v1/tables/{}/rows", kRead, &Api::rows},
-    {"/api/v1/status", kRead, &Api::status},
-    {"/api/v1/subnodes", kRead, &Api::subnodes},
-    {"/api/v1/events", kRead, &Api::events},
-    {"/api/v1/trace", kReadPut, &Api::trace},
-    {"/healthz", kRead, &Api::healthz},
-    {"/readyz", kRead, &Api::readyz},
+    {"/api/v1/agent", kRead, &Api::agent},     {"/api/v1/tables", kRead, &Api::tables},
+    {"/api/v1/tables/{}", kRead, &Api::table}, {"/api/v1/tables/{}/rows", kRead, &Api::rows},
+    {"/api/v1/status", kRead, &Api::status},   {"/api/v1/subnodes", kRead, &Api::subnodes},
+    {"/api/v1/events", kRead, &Api::events},   {"/api/v1/trace", kReadPut, &Api::trace},
+    {"/healthz", kRead, &Api::healthz},        {"/readyz", kRead, &Api::readyz},
 };
 
 Api::Api(Framework& framework, std::string dataDirectory)
@@ -104,11 +108,14 @@ std::optional<ApiResponse> Api::gate(const ApiRequest& request) const {
         return problem(403, "another origin may not change anything here");
     constexpr std::string_view kScheme = "Bearer ";
     const std::string& given = request.authorization;
-    if (given.size() > kScheme.size() && equalsNoCase(std::string_view(given).substr(0, kScheme.size()), kScheme) &&
+    if (given.size() > kScheme.size() &&
+        equalsNoCase(std::string_view(given).substr(0, kScheme.size()), kScheme) &&
         tokenMatches(dataDirectory_, given.substr(kScheme.size())))
         return std::nullopt;
-    ApiResponse refused = problem(401, "changing anything needs 'Authorization: Bearer' with the token of the data "
-                                       "directory");
+    ApiResponse refused =
+        problem(401,
+                "changing anything needs 'Authorization: Bearer' with the token of the data "
+                "directory");
     refused.headers.emplace_back("WWW-Authenticate", "Bearer");
     return refused;
 }
@@ -188,9 +195,12 @@ std::optional<ApiDeadline> Api::tables(Call& call, const std::string&) {
         json.beginObject().key("name").value(entry->name()).key("application").value(entry->application());
         json.key("columns").value(layout ? layout->columns.size() : std::size_t{0});
         json.key("last_rows");
-        if (statistics.answered == 0) json.null().key("last_duration_s").null();
-        else json.value(static_cast<long long>(statistics.lastRows)).key("last_duration_s").value(
-            seconds(statistics.lastDuration));
+        if (statistics.answered == 0)
+            json.null().key("last_duration_s").null();
+        else
+            json.value(static_cast<long long>(statistics.lastRows))
+                .key("last_duration_s")
+                .value(seconds(statistics.lastDuration));
         json.endObject();
     }
     json.endArray().endObject();
@@ -257,8 +267,10 @@ std::optional<ApiDeadline> Api::events(Call& call, const std::string&) {
             table = value;
         } else if (name != "after") {
             return call.respond(problem(400, "there are the parameters table and after")), std::nullopt;
-        } else if (value.empty() || value.size() > 18 || value.find_first_not_of("0123456789") != std::string::npos) {
-            return call.respond(problem(400, "after: '" + value + "' is no number of an event")), std::nullopt;
+        } else if (value.empty() || value.size() > 18 ||
+                   value.find_first_not_of("0123456789") != std::string::npos) {
+            return call.respond(problem(400, "after: '" + value + "' is no number of an event")),
+                   std::nullopt;
         } else {
             after = std::stoull(value);
         }
@@ -297,7 +309,8 @@ std::optional<ApiDeadline> Api::healthz(Call& call, const std::string&) {
 
 std::optional<ApiDeadline> Api::readyz(Call& call, const std::string&) {
     if (framework_.lifecycle.asked()) return call.respond(problem(503, "the agent shuts down")), std::nullopt;
-    if (!framework_.broker.ready()) return call.respond(problem(503, "the tables are being loaded")), std::nullopt;
+    if (!framework_.broker.ready())
+        return call.respond(problem(503, "the tables are being loaded")), std::nullopt;
     ApiResponse response;
     response.contentType = "text/plain; charset=utf-8";
     response.body = "ready\n";

@@ -53,8 +53,8 @@ class Api {
     const std::chrono::steady_clock::time_point started_;
 };
 
-// The API's token file, "<data directory>/token", mode 0600: made at first use with 32 random bytes in hexadecimal.
-// False, with one line in `error`, if it cannot be made.
+// The API's token file, "<data directory>/token", mode 0600: made at first use with 32 random bytes in
+// hexadecimal. False, with one line in `error`, if it cannot be made.
 bool prepareToken(const std::string& dataDirectory, std::string* error);
 // Compares in constant time. False if there is no token, or others may read it.
 bool tokenMatches(const std::string& dataDirectory, const std::string& presented);

@@ -33,7 +33,8 @@ struct ApiResponse {
 // Called exactly once, from any thread; what comes after the request's deadline is dropped.
 using Respond = std::function<void(ApiResponse&&)>;
 
-// A request that is answered later may have a deadline: after `after` without an answer `expired` gives the answer.
+// A request that is answered later may have a deadline: after `after` without an answer `expired` gives the
+// answer.
 struct ApiDeadline {
     std::chrono::milliseconds after;
     std::function<ApiResponse()> expired;

@@ -1,5 +1,5 @@
-// Rows of a table: from the query to a sample, and from its row buffers to the answer's bytes. The bytes are made on
-// the request thread, so that a large answer never holds up other connections.
+// Rows of a table: from the query to a sample, and from its row buffers to the answer's bytes. The bytes are
+// made on the request thread, so that a large answer never holds up other connections.
 #include "host/base/HostTrace.h"
 #include "host/model/Json.h"
 #include "host/server/Api.h"
@@ -9,7 +9,8 @@ namespace almanac::host {
 namespace {
 
 // The subnodes that the query names; all that are known if it names none or "*". False if one is not known.
-bool chooseSubnodes(const SubnodeDirectory& directory, std::vector<std::string>* names, std::string* unknown) {
+bool chooseSubnodes(const SubnodeDirectory& directory, std::vector<std::string>* names,
+                    std::string* unknown) {
     bool all = names->empty();
     for (const std::string& name : *names) {
         all = all || name == "*";
@@ -31,10 +32,13 @@ ApiResponse refusal(SampleStatus status) {
             response = problem(503, "too many requests wait for this table or for all; try again");
             response.headers.emplace_back("Retry-After", "1");
             return response;
-        case SampleStatus::NotReady: return problem(503, "the columns of this table are not known");
+        case SampleStatus::NotReady:
+            return problem(503, "the columns of this table are not known");
         case SampleStatus::Stopping:
-        case SampleStatus::Abandoned: return problem(503, "the agent shuts down");
-        default: return problem(500, "the agent failed this request");
+        case SampleStatus::Abandoned:
+            return problem(503, "the agent shuts down");
+        default:
+            return problem(500, "the agent failed this request");
     }
 }
 
@@ -98,7 +102,8 @@ std::optional<ApiDeadline> Api::rows(Call& call, const std::string& name) {
     return ApiDeadline{query->deadline, [entry, ticket] {
                            ticket->abandon();
                            entry->countTimeout();
-                           return problem(504, "table " + entry->name() + " did not answer within the deadline");
+                           return problem(504,
+                                          "table " + entry->name() + " did not answer within the deadline");
                        }};
 }
 

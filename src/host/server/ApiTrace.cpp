@@ -21,11 +21,13 @@ bool readSpec(const std::string& body, std::string* spec) {
 }  // namespace
 
 std::optional<ApiDeadline> Api::trace(Call& call, const std::string&) {
-    if (!call.target.query.empty()) return call.respond(problem(400, "there are no parameters here")), std::nullopt;
+    if (!call.target.query.empty())
+        return call.respond(problem(400, "there are no parameters here")), std::nullopt;
     if (call.request.method == "PUT") {
         std::string spec, error;
         if (!readSpec(call.request.body, &spec))
-            return call.respond(problem(400, "the body must be {\"spec\": \"a trace selection\"}")), std::nullopt;
+            return call.respond(problem(400, "the body must be {\"spec\": \"a trace selection\"}")),
+                   std::nullopt;
         if (!configureTrace(spec, &error)) return call.respond(problem(400, error)), std::nullopt;
     }
     ApiResponse response;

@@ -1,7 +1,8 @@
 #include "host/server/HttpServer.h"
 
 #if defined(__SANITIZE_THREAD__)
-#define BOOST_ASIO_DISABLE_FENCED_BLOCK 1  // the sanitizer does not know fences; asio's locks order its handlers
+#define BOOST_ASIO_DISABLE_FENCED_BLOCK \
+    1  // the sanitizer does not know fences; asio's locks order its handlers
 #endif
 
 #include <netinet/in.h>
@@ -37,8 +38,8 @@ namespace http = boost::beast::http;
 using boost::system::error_code;
 using Executor = asio::io_context::executor_type;
 using Socket = asio::basic_stream_socket<asio::generic::stream_protocol, Executor>;
-using Timer = asio::basic_waitable_timer<std::chrono::steady_clock, asio::wait_traits<std::chrono::steady_clock>,
-                                         Executor>;
+using Timer = asio::basic_waitable_timer<std::chrono::steady_clock,
+                                         asio::wait_traits<std::chrono::steady_clock>, Executor>;
 using Descriptor = asio::posix::basic_stream_descriptor<Executor>;
 
 // Bodies that wait for slow readers, together; a single one may be larger.
@@ -62,7 +63,8 @@ class HttpServer::Impl : public std::enable_shared_from_this<HttpServer::Impl> {
   public:
     class Session;
 
-    Impl(Handler handler_, const HttpLimits& limits_) : handler(std::move(handler_)), limits(limits_), io(1), closeTimer(io.get_executor()) {}
+    Impl(Handler handler_, const HttpLimits& limits_)
+        : handler(std::move(handler_)), limits(limits_), io(1), closeTimer(io.get_executor()) {}
 
     void accept(Listening& listening);
     void acceptAll(Listening& listening);
@@ -83,12 +85,15 @@ class HttpServer::Impl : public std::enable_shared_from_this<HttpServer::Impl> {
     std::thread thread;
 };
 
-// One connection: reads a request, hands it to the handler, writes the answer, again and again. All on the server's
-// thread; only answers arrive from elsewhere, and are posted.
+// One connection: reads a request, hands it to the handler, writes the answer, again and again. All on the
+// server's thread; only answers arrive from elsewhere, and are posted.
 class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
   public:
     Session(std::shared_ptr<Impl> server, Socket socket, bool local)
-        : server_(std::move(server)), socket_(std::move(socket)), timer_(server_->io.get_executor()), local_(local) {
+        : server_(std::move(server)),
+          socket_(std::move(socket)),
+          timer_(server_->io.get_executor()),
+          local_(local) {
         server_->sessions.insert(this);
         server_->count.store(server_->sessions.size());
     }
@@ -105,8 +110,10 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         if (buffer_.size() > 0) return readRequest();
         setTimer(server_->limits.idle);
         socket_.async_wait(Socket::wait_read, [self = shared_from_this()](error_code error) {
-            if (!error) self->readRequest();
-            else self->close();
+            if (!error)
+                self->readRequest();
+            else
+                self->close();
         });
     }
 
@@ -134,8 +141,9 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         parser_.emplace();
         parser_->header_limit(static_cast<std::uint32_t>(server_->limits.header));
         parser_->body_limit(server_->limits.body);
-        http::async_read(socket_, buffer_, *parser_,
-                         [self = shared_from_this()](error_code error, std::size_t) { self->requestRead(error); });
+        http::async_read(
+            socket_, buffer_, *parser_,
+            [self = shared_from_this()](error_code error, std::size_t) { self->requestRead(error); });
     }
 
     void requestRead(error_code error) {
@@ -144,7 +152,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
             return reject(problem(431, "the request's header has more than 16 KiB"));
         if (error == http::error::body_limit)
             return reject(problem(413, "the request's body has more than 64 KiB"));
-        if (error == http::error::bad_version) return reject(problem(505, "HTTP/1.0 and HTTP/1.1 are spoken here"));
+        if (error == http::error::bad_version)
+            return reject(problem(505, "HTTP/1.0 and HTTP/1.1 are spoken here"));
         // What the parser refuses is answered; what the connection itself came to is not.
         if (error == http::error::end_of_stream || error == http::error::partial_message) return close();
         if (error && error.category() == http::make_error_code(http::error::bad_method).category())
@@ -201,9 +210,10 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         }
         if (!deadline || !pending_) return;
         timer_.expires_after(deadline->after);
-        timer_.async_wait([self = shared_from_this(), number, expired = std::move(deadline->expired)](error_code error) {
-            if (!error && self->pending_ && self->number_ == number) self->answered(number, expired());
-        });
+        timer_.async_wait(
+            [self = shared_from_this(), number, expired = std::move(deadline->expired)](error_code error) {
+                if (!error && self->pending_ && self->number_ == number) self->answered(number, expired());
+            });
     }
 
     void answered(std::uint64_t number, ApiResponse&& response) {
@@ -220,7 +230,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         if (server_->outgoing > 0 && server_->outgoing + response.body.size() > kMaxOutgoing)
             response = problem(503, "too many large answers are on their way; try again");
         const bool bodyless = response.status == 204;
-        header_ = "HTTP/1.1 " + std::to_string(response.status) + ' ' + statusPhrase(response.status) + "\r\n";
+        header_ =
+            "HTTP/1.1 " + std::to_string(response.status) + ' ' + statusPhrase(response.status) + "\r\n";
         if (!response.contentType.empty()) header_ += "Content-Type: " + response.contentType + "\r\n";
         if (!bodyless) header_ += "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
         for (const auto& [name, value] : response.headers) header_ += name + ": " + value + "\r\n";
@@ -298,7 +309,8 @@ void HttpServer::Impl::accept(Listening& listening) {
 void HttpServer::Impl::acceptAll(Listening& listening) {
     HOST_TRACE_FUNCTION();
     for (int taken = 0; taken < 64; ++taken) {  // then the connections that are open get their turn
-        const int fd = accept4(listening.descriptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        const int fd =
+            accept4(listening.descriptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
             if (errno == EAGAIN || errno == EWOULDBLOCK) break;

@@ -1,5 +1,5 @@
-// HTTP/1.1 (RFC 9112) on a unix socket and, if asked for, on 127.0.0.1: one thread, bounded in everything, with
-// timers only while a connection exists.
+// HTTP/1.1 (RFC 9112) on a unix socket and, if asked for, on 127.0.0.1: one thread, bounded in everything,
+// with timers only while a connection exists.
 #pragma once
 
 #include <chrono>
@@ -14,11 +14,11 @@
 namespace almanac::host {
 
 struct HttpLimits {
-    std::size_t header = 16 * 1024;  // bytes of request line and header fields
-    std::size_t body = 64 * 1024;
-    std::size_t connections = 256;   // further ones get 503 and are closed
-    std::chrono::milliseconds idle{60000};      // between requests, and while an answer makes no headway
-    std::chrono::milliseconds request{15000};   // from a request's first byte to its last
+    std::size_t header = std::size_t{16} * 1024;  // bytes of request line and header fields
+    std::size_t body = std::size_t{64} * 1024;
+    std::size_t connections = 256;             // further ones get 503 and are closed
+    std::chrono::milliseconds idle{60000};     // between requests, and while an answer makes no headway
+    std::chrono::milliseconds request{15000};  // from a request's first byte to its last
 };
 
 class HttpServer {
@@ -30,8 +30,8 @@ class HttpServer {
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // Listens on a unix socket of mode 0600. A socket file on which nobody listens is replaced; the caller holds the
-    // lock that keeps two agents from doing so at once. False with one line in `error`.
+    // Listens on a unix socket of mode 0600. A socket file on which nobody listens is replaced; the caller
+    // holds the lock that keeps two agents from doing so at once. False with one line in `error`.
     bool listenUnix(const std::string& path, std::string* error);
     // Listens on 127.0.0.1; port 0 takes any free one. False with one line in `error`.
     bool listenTcp(unsigned short port, std::string* error);
@@ -39,8 +39,8 @@ class HttpServer {
 
     // Starts the thread. False with one line in `error`.
     bool start(std::string* error);
-    // Takes no more connections, lets answers that are being written go out until `deadline`, closes everything,
-    // ends the thread and removes the socket file. Idempotent.
+    // Takes no more connections, lets answers that are being written go out until `deadline`, closes
+    // everything, ends the thread and removes the socket file. Idempotent.
     void stop(std::chrono::steady_clock::time_point deadline);
 
     std::size_t connections() const;

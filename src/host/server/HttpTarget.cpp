@@ -119,7 +119,8 @@ std::optional<HttpTarget> parseTarget(std::string_view target, std::string* erro
     if (!target.starts_with('/')) {
         const std::size_t scheme = target.find("://");
         if (scheme == std::string_view::npos || scheme == 0 ||
-            !(equalsNoCase(target.substr(0, scheme), "http") || equalsNoCase(target.substr(0, scheme), "https"))) {
+            !(equalsNoCase(target.substr(0, scheme), "http") ||
+              equalsNoCase(target.substr(0, scheme), "https"))) {
             *error = "the request target is neither a path nor an http address";
             return std::nullopt;
         }

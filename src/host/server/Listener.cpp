@@ -48,7 +48,8 @@ Occupant occupantOf(const std::string& path, const sockaddr_un& address) {
     if (!S_ISSOCK(status.st_mode)) return Occupant::Other;
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (probe.get() < 0) return Occupant::Other;
-    if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return Occupant::Alive;
+    if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return Occupant::Alive;
     if (errno == ECONNREFUSED) return Occupant::Stale;
     return errno == EAGAIN ? Occupant::Alive : Occupant::Other;
 }
@@ -65,12 +66,17 @@ int openUnixListener(const std::string& path, std::string* error) {
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     switch (occupantOf(path, address)) {
-        case Occupant::None: break;
+        case Occupant::None:
+            break;
         case Occupant::Stale:
             if (unlink(path.c_str()) != 0 && errno != ENOENT) return fail(path, error);
             break;
-        case Occupant::Alive: *error = "socket " + path + " is in use"; return -1;
-        case Occupant::Other: *error = path + " exists and is no socket of ours"; return -1;
+        case Occupant::Alive:
+            *error = "socket " + path + " is in use";
+            return -1;
+        case Occupant::Other:
+            *error = path + " exists and is no socket of ours";
+            return -1;
     }
     Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd.get() < 0) return fail(path, error);

@@ -63,23 +63,27 @@ bool readFilter(const std::string& text, const TableLayout& layout, RowsQuery* q
     FilterError error;
     query->filter = Filter::compile(text, layout, &error);
     if (query->filter) return true;
-    *wrong = problem(400, "filter, position " + std::to_string(error.position) + ": " + error.message, "position",
-                     static_cast<long long>(error.position));
+    *wrong = problem(400, "filter, position " + std::to_string(error.position) + ": " + error.message,
+                     "position", static_cast<long long>(error.position));
     return false;
 }
 
 bool readFormat(const std::string& text, RowFormat* format) {
-    if (text == "json") *format = RowFormat::Json;
-    else if (text == "ndjson") *format = RowFormat::Ndjson;
-    else if (text == "csv") *format = RowFormat::Csv;
-    else return false;
+    if (text == "json")
+        *format = RowFormat::Json;
+    else if (text == "ndjson")
+        *format = RowFormat::Ndjson;
+    else if (text == "csv")
+        *format = RowFormat::Csv;
+    else
+        return false;
     return true;
 }
 
 }  // namespace
 
-std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept, const TableLayout& layout,
-                                        ApiResponse* wrong) {
+std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept,
+                                        const TableLayout& layout, ApiResponse* wrong) {
     RowsQuery query;
     std::set<std::string> seen;
     for (const auto& [name, value] : target.query) {

@@ -24,10 +24,10 @@ struct RowsQuery {
     RowFormat format = RowFormat::Json;
 };
 
-// filter, columns, subnode, limit (0 to 2^31 - 1), deadline (seconds, or with "ms" or "s" behind; 1 ms to 1 h),
-// format (json, ndjson, csv; else by `accept`). Each once, but columns and subnode, which also take commas.
-// Nothing if something is wrong; `wrong` is then the answer (400 or 406).
-std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept, const TableLayout& layout,
-                                        ApiResponse* wrong);
+// filter, columns, subnode, limit (0 to 2^31 - 1), deadline (seconds, or with "ms" or "s" behind; 1 ms to 1
+// h), format (json, ndjson, csv; else by `accept`). Each once, but columns and subnode, which also take
+// commas. Nothing if something is wrong; `wrong` is then the answer (400 or 406).
+std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept,
+                                        const TableLayout& layout, ApiResponse* wrong);
 
 }  // namespace almanac::host

@@ -44,9 +44,12 @@ TEST(Catalog, LearnsColumnsAndRefusesPlacesThatCannotBe) {
             using FakeRequest::FakeRequest;
             int NumColumns() override { return 7; }
             int GetColumnInfo(ColumnInfo* info, int column) override {
-                const ColumnInfo columns[] = {{"A", "d-3", 0, 4, HBX_INT32},  {"NEGATIVE", nullptr, -1, 4, HBX_INT32},
-                                              {"EMPTY", nullptr, 4, 0, HBX_TEXT}, {nullptr, nullptr, 4, 4, HBX_INT32},
-                                              {"HUGE", nullptr, 1 << 30, 4, HBX_INT32}, {"WRONG", nullptr, 8, 4, HBX_INT64},
+                const ColumnInfo columns[] = {{"A", "d-3", 0, 4, HBX_INT32},
+                                              {"NEGATIVE", nullptr, -1, 4, HBX_INT32},
+                                              {"EMPTY", nullptr, 4, 0, HBX_TEXT},
+                                              {nullptr, nullptr, 4, 4, HBX_INT32},
+                                              {"HUGE", nullptr, 1 << 30, 4, HBX_INT32},
+                                              {"WRONG", nullptr, 8, 4, HBX_INT64},
                                               {"B", "d-3", 10, 3, HBX_TEXT}};
                 *info = columns[column];
                 return 0;

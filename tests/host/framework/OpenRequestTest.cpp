@@ -24,7 +24,8 @@ class Sink {
             const std::lock_guard guard(mutex_);
             EXPECT_EQ(delivery.kind, kind);
             for (std::size_t i = 0; i < delivery.rows.count(); ++i)
-                values_.push_back(static_cast<int>(readInteger(*delivery.rows.layout()->find("CPU"), delivery.rows.row(i))));
+                values_.push_back(static_cast<int>(
+                    readInteger(*delivery.rows.layout()->find("CPU"), delivery.rows.row(i))));
             ++deliveries_;
             changed_.notify_all();
         };
@@ -64,7 +65,8 @@ class OpenRequests : public testing::Test {
         EXPECT_TRUE(entry->learn());
         return {broker, entry};
     }
-    RequestSpec spec(HBX_SampleType type, const TableEntry& entry, const char* filter = nullptr, long interval = 0) {
+    RequestSpec spec(HBX_SampleType type, const TableEntry& entry, const char* filter = nullptr,
+                     long interval = 0) {
         RequestSpec result;
         result.type = type;
         result.intervalMilliseconds = interval;
@@ -90,7 +92,8 @@ TEST_F(OpenRequests, AnEventReachesEveryOneThroughItsOwnFilter) {
     const auto entry = entryOf(table);
     Sink all, high, closed;
     const auto first = broker.open(entry, spec(HBX_EVENT, *entry), all.take(Delivery::Kind::Event));
-    const auto second = broker.open(entry, spec(HBX_EVENT, *entry, "CPU > 50"), high.take(Delivery::Kind::Event));
+    const auto second =
+        broker.open(entry, spec(HBX_EVENT, *entry, "CPU > 50"), high.take(Delivery::Kind::Event));
     const auto third = broker.open(entry, spec(HBX_EVENT, *entry), closed.take(Delivery::Kind::Event));
     settle();
     table.event(rowWith(10));
@@ -129,7 +132,8 @@ TEST_F(OpenRequests, SamplesComeAtTheIntervalFromOneRequest) {
     });
     const auto entry = entryOf(table);
     Sink sink;
-    auto open = broker.open(entry, spec(HBX_EXCEPTION, *entry, "CPU > 50", 5), sink.take(Delivery::Kind::Sample));
+    auto open =
+        broker.open(entry, spec(HBX_EXCEPTION, *entry, "CPU > 50", 5), sink.take(Delivery::Kind::Sample));
     ASSERT_TRUE(sink.waitForDeliveries(3));
     open.reset();  // dropping it closes it
     settle();
@@ -218,7 +222,8 @@ TEST_F(OpenRequests, OpeningAndClosingUnderAStormOfEventsIsSafe) {
         std::vector<std::shared_ptr<OpenRequest>> open;
         for (int k = 0; k < 4; ++k) {
             const auto type = k % 2 ? HBX_EVENT : HBX_INTERVAL;
-            open.push_back(broker.open(entry, spec(type, *entry, nullptr, 1), [&](Delivery&&) { ++delivered; }));
+            open.push_back(
+                broker.open(entry, spec(type, *entry, nullptr, 1), [&](Delivery&&) { ++delivered; }));
         }
         if (i % 3 == 0) std::this_thread::sleep_for(1ms);
         if (i % 2 && open[0]) open[0]->close();  // null while the table is busy

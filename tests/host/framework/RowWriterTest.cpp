@@ -23,7 +23,8 @@ Batch batchOf(const std::vector<FakeRow>& rows) {
     return batch;
 }
 
-std::string written(const std::vector<FakeRow>& rows, RowFormat format, const std::vector<std::string>& names = {}) {
+std::string written(const std::vector<FakeRow>& rows, RowFormat format,
+                    const std::vector<std::string>& names = {}) {
     const Batch batch = batchOf(rows);
     std::vector<const Column*> columns;
     for (const std::string& name : names) columns.push_back(batch.layout()->find(name));
@@ -33,10 +34,13 @@ std::string written(const std::vector<FakeRow>& rows, RowFormat format, const st
 }
 
 TEST(RowWriter, WritesEachFormat) {
-    const std::vector<FakeRow> rows = {{"n", "a b", 1, INT64_MIN, 5, -3}, {"n", "", -2147483648, INT64_MAX, -12345, 0}};
+    const std::vector<FakeRow> rows = {{"n", "a b", 1, INT64_MIN, 5, -3},
+                                       {"n", "", -2147483648, INT64_MAX, -12345, 0}};
     EXPECT_EQ(written(rows, RowFormat::Json),
-              "[{\"ORIGINNODE\":\"n\",\"NAME\":\"a b\",\"CPU\":1,\"SIZE\":-9223372036854775808,\"LOAD\":0.05,\"SMALL\":-3},"
-              "{\"ORIGINNODE\":\"n\",\"NAME\":\"\",\"CPU\":-2147483648,\"SIZE\":9223372036854775807,\"LOAD\":-123.45,"
+              "[{\"ORIGINNODE\":\"n\",\"NAME\":\"a "
+              "b\",\"CPU\":1,\"SIZE\":-9223372036854775808,\"LOAD\":0.05,\"SMALL\":-3},"
+              "{\"ORIGINNODE\":\"n\",\"NAME\":\"\",\"CPU\":-2147483648,\"SIZE\":9223372036854775807,\"LOAD\":"
+              "-123.45,"
               "\"SMALL\":0}]");
     EXPECT_EQ(written(rows, RowFormat::Ndjson, {"LOAD", "name"}),
               "{\"LOAD\":0.05,\"NAME\":\"a b\"}\n{\"LOAD\":-123.45,\"NAME\":\"\"}\n");
@@ -76,14 +80,19 @@ TEST(RowWriter, DecimalsComeFromTheHint) {
     const struct {
         const char* hint;
         int decimals;
-    } hints[] = {{"d-2", 2}, {"D-0", 0}, {"d-18", 18}, {"d-19", 0}, {"d", 0}, {"x-2", 0}, {"d-", 0}, {"d-2x", 0}, {"", 0}};
+    } hints[] = {{"d-2", 2}, {"D-0", 0}, {"d-18", 18}, {"d-19", 0}, {"d", 0},
+                 {"x-2", 0}, {"d-", 0},  {"d-2x", 0},  {"", 0}};
     for (const auto& h : hints) EXPECT_EQ(hintDecimals(h.hint), h.decimals) << h.hint;
     const struct {
         long long number;
         int decimals;
         const char* text;
-    } numbers[] = {{12345, 2, "123.45"}, {-5, 2, "-0.05"},  {0, 3, "0.000"},
-                   {100, 2, "1.00"},     {7, 0, "7"},       {LLONG_MIN, 18, "-9.223372036854775808"},
+    } numbers[] = {{12345, 2, "123.45"},
+                   {-5, 2, "-0.05"},
+                   {0, 3, "0.000"},
+                   {100, 2, "1.00"},
+                   {7, 0, "7"},
+                   {LLONG_MIN, 18, "-9.223372036854775808"},
                    {LLONG_MIN, 0, "-9223372036854775808"}};
     for (const auto& n : numbers) {
         std::string out;

@@ -58,8 +58,9 @@ class Client {
         buffer_.erase(0, end + 4);
         answer.status = std::atoi(answer.header.substr(9, 3).c_str());
         const std::size_t field = answer.header.find("Content-Length: ");
-        const std::size_t length =
-            head || field == std::string::npos ? 0 : std::strtoul(answer.header.c_str() + field + 16, nullptr, 10);
+        const std::size_t length = head || field == std::string::npos
+                                       ? 0
+                                       : std::strtoul(answer.header.c_str() + field + 16, nullptr, 10);
         while (buffer_.size() < length) {
             if (!more()) return Answer();
         }

@@ -1,5 +1,5 @@
-// The assembled host as a process: one agent for a data directory, leftovers of a dead one, and an end in bounded
-// time whatever hangs.
+// The assembled host as a process: one agent for a data directory, leftovers of a dead one, and an end in
+// bounded time whatever hangs.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,8 @@ using testing::HasSubstr;
 // One run of the test agent in a data directory.
 class Agent {
   public:
-    Agent(const std::string& directory, const std::vector<std::string>& more = {}, const std::string& argument = "")
+    Agent(const std::string& directory, const std::vector<std::string>& more = {},
+          const std::string& argument = "")
         : directory_(directory), errors_(directory + "-stderr" + std::to_string(++runs)) {
         std::vector<std::string> environment = {"ALMANAC_DATA_DIR=" + directory};
         environment.insert(environment.end(), more.begin(), more.end());
@@ -97,7 +98,8 @@ TEST(Process, ASecondAgentOnADataDirectoryEndsAndSaysWhoIsThere) {
     {
         Agent second(directory);
         EXPECT_EQ(second.wait(), 78);
-        EXPECT_THAT(second.errors(), HasSubstr("almanacd: another agent (pid " + std::to_string(first.pid()) + ")"));
+        EXPECT_THAT(second.errors(),
+                    HasSubstr("almanacd: another agent (pid " + std::to_string(first.pid()) + ")"));
         EXPECT_THAT(second.errors(), HasSubstr("terminated"));
     }
     EXPECT_TRUE(first.becomes("/healthz", 200));  // unharmed
@@ -122,7 +124,8 @@ TEST(Process, WhatAKilledAgentLeftIsCleared) {
     std::ifstream(directory + "/port") >> port;
     EXPECT_EQ(Client(port).get("/healthz").status, 200);
     // No child of the agent would get any of its descriptors.
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(next.pid()) + "/fdinfo")) {
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(next.pid()) + "/fdinfo")) {
         if (std::stoi(entry.path().filename()) <= 2) continue;
         std::string line;
         std::ifstream info(entry.path());

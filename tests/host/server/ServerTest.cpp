@@ -31,7 +31,10 @@ class Server : public testing::Test {
     void start(const HttpLimits& limits) {
         server_.reset();
         server_ = std::make_unique<HttpServer>(
-            [this](const ApiRequest& request, Respond respond) { return api_.handle(request, std::move(respond)); }, limits);
+            [this](const ApiRequest& request, Respond respond) {
+                return api_.handle(request, std::move(respond));
+            },
+            limits);
         std::string error;
         ASSERT_TRUE(server_->listenUnix(path(), &error)) << error;
         ASSERT_TRUE(server_->listenTcp(0, &error)) << error;
@@ -46,7 +49,9 @@ class Server : public testing::Test {
         framework_.loaderReturned();
     }
     std::string path() const { return directory_.path() + "/s.sock"; }
-    Answer get(const std::string& target, const std::string& fields = "") { return Client(path()).get(target, fields); }
+    Answer get(const std::string& target, const std::string& fields = "") {
+        return Client(path()).get(target, fields);
+    }
 
     static int rows(FakeRequest& request, int count) {
         for (int i = 0; i < count; ++i) {
@@ -77,7 +82,12 @@ TEST_F(Server, ServesTablesColumnsAndRows) {
     EXPECT_EQ(tables["tables"][0]["columns"], 6);
     EXPECT_TRUE(tables["tables"][0]["last_rows"].is_null());
     const json columns = json::parse(get("/api/v1/tables/small").body)["columns"];
-    EXPECT_EQ(columns[4], json({{"name", "LOAD"}, {"type", "int32"}, {"length", 4}, {"offset", 60}, {"hint", "d-2"}, {"decimals", 2}}));
+    EXPECT_EQ(columns[4], json({{"name", "LOAD"},
+                                {"type", "int32"},
+                                {"length", 4},
+                                {"offset", 60},
+                                {"hint", "d-2"},
+                                {"decimals", 2}}));
     const json rows = json::parse(get("/api/v1/tables/SMALL/rows?columns=NAME,LOAD&filter=CPU%3E0").body);
     EXPECT_EQ(rows["count"], 2);
     EXPECT_EQ(rows["rows"], json::parse(R"([{"NAME":"a,\"b\"","LOAD":0.05},{"NAME":"row2","LOAD":0.10}])"));
@@ -85,7 +95,8 @@ TEST_F(Server, ServesTablesColumnsAndRows) {
     EXPECT_EQ(csv.body, "NAME,CPU\r\nrow0,0\r\n\"a,\"\"b\"\"\",1\r\n");
     EXPECT_TRUE(csv.has("Content-Type: text/csv")) << csv.header;
     EXPECT_TRUE(csv.has("Almanac-Truncated: true")) << csv.header;
-    EXPECT_EQ(get("/api/v1/tables/SMALL/rows?format=ndjson&columns=CPU").body, "{\"CPU\":0}\n{\"CPU\":1}\n{\"CPU\":2}\n");
+    EXPECT_EQ(get("/api/v1/tables/SMALL/rows?format=ndjson&columns=CPU").body,
+              "{\"CPU\":0}\n{\"CPU\":1}\n{\"CPU\":2}\n");
     const json status = json::parse(get("/api/v1/status").body)["tables"][0];
     EXPECT_EQ(status["answered"], 3);
     EXPECT_EQ(status["last_rows"], 3);
@@ -210,7 +221,8 @@ TEST_F(Server, KeepsPipelinedRequestsInOrder) {
     Client client(path());
     std::string requests;
     for (int i = 0; i < 50; ++i)
-        requests += "GET " + std::string(i % 2 ? "/healthz" : "/api/v1/tables/SMALL/rows?format=csv&columns=CPU") +
+        requests += "GET " +
+                    std::string(i % 2 ? "/healthz" : "/api/v1/tables/SMALL/rows?format=csv&columns=CPU") +
                     " HTTP/1.1\r\nHost: x\r\n\r\n";
     client.send(requests + "GET /healthz HTTP/1.0\r\n\r\n");
     for (int i = 0; i < 50; ++i) EXPECT_EQ(client.read().body, i % 2 ? "ok\n" : "CPU\r\n0\r\n1\r\n2\r\n");
@@ -303,13 +315,14 @@ TEST_F(Server, TraceIsShownAndChanged) {
     const std::string before = traceSpec();
     const auto put = [this](const std::string& body) {
         Client client(path());
-        client.send("PUT /api/v1/trace HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        client.send("PUT /api/v1/trace HTTP/1.1\r\nHost: x\r\nContent-Length: " +
+                    std::to_string(body.size()) + "\r\n\r\n" + body);
         return client.read();
     };
     EXPECT_EQ(put("{\"spec\":\"ERROR STATE\"}").status, 200);
     EXPECT_EQ(json::parse(get("/api/v1/trace").body)["spec"], traceSpec());
-    for (const char* bad : {"", "{}", "[]", "{\"spec\":1}", "{\"spec\":\"ERROR\",\"more\":1}", "{\"spec\":\"ERROR\"",
-                            "{\"spec\":\"NONSENSE(((\"}"})
+    for (const char* bad : {"", "{}", "[]", "{\"spec\":1}", "{\"spec\":\"ERROR\",\"more\":1}",
+                            "{\"spec\":\"ERROR\"", "{\"spec\":\"NONSENSE(((\"}"})
         EXPECT_EQ(put(bad).status, 400) << bad;
     std::string error;
     EXPECT_TRUE(configureTrace(before, &error)) << error;
