@@ -163,7 +163,6 @@ void CommandWithTimeout::threadMain() {
     setStatus(CWT_RUNNING);
     stdout_.reset();
     stderr_.reset();
-    linesStarted_ = false;
     if (connector_) {
         runRemote();
     } else {
@@ -233,15 +232,16 @@ void CommandWithTimeout::runLocal() {
 }
 
 OutputLines CommandWithTimeout::lines() {
+    if (joinable_) return OutputLines();
     if (!linesStarted_) {
-        lines_ = stdout_ ? OutputLines(std::string_view(stdout_.get(), stdoutSize_)) : OutputLines();
+        lines_ = getStdout() ? OutputLines(std::string_view(getStdout(), stdoutSize_)) : OutputLines();
         linesStarted_ = true;
     }
     return lines_;
 }
 
 char* CommandWithTimeout::getNextLineFromStdout(char* buf, int size) {
-    if (!stdout_ || size <= 0) return nullptr;
+    if (!getStdout() || size <= 0) return nullptr;
     lines();
     std::string_view line;
     const bool more = lines_.next(static_cast<std::size_t>(size), line);

@@ -41,9 +41,10 @@ class CommandWithTimeout {
     // Bits 8 to 15 of the wait status, so 0 after a death by signal; the connector's result for a remote command; -1
     // while nothing is known.
     int getRC() const { return returnCode_.load(); }
-    // The whole standard output, terminated, owned by the object; null until the command has finished well.
-    char* getStdout() const { return stdout_.get(); }
-    const char* getStderr() const { return stderr_.get(); }  // remote commands only
+    // The whole standard output, terminated, owned by the object; null until the command has finished well and its
+    // worker is joined.
+    char* getStdout() const { return joinable_ ? nullptr : stdout_.get(); }
+    const char* getStderr() const { return joinable_ ? nullptr : stderr_.get(); }  // remote commands only
     const char* getCmd() const { return command_.c_str(); }
 
     // The next line of the output into `buf`, or null at the end or at an empty line. Kept: a line of `size` bytes or

@@ -127,8 +127,8 @@ TEST(CommandWithTimeout, AChildGetsThreeDescriptorsAndNoBlockedSignals) {
     pthread_sigmask(SIG_BLOCK, &blocked, &before);
     const auto pipeBefore = std::signal(SIGPIPE, SIG_IGN);
     EXPECT_EQ(outputOf("ls /proc/$$/fd; :"), "0\n1\n2\n");
-    EXPECT_EQ(outputOf("grep -c 'SigBlk:\t0000000000000000' /proc/$$/status; :"), "1\n");
-    const std::string ignored = outputOf("sed -n 's/SigIgn:\t//p' /proc/$$/status; :");
+    EXPECT_EQ(outputOf("exec grep -c 'SigBlk:\t0000000000000000' /proc/self/status"), "1\n");
+    const std::string ignored = outputOf("exec sed -n 's/SigIgn:\t//p' /proc/self/status");
     EXPECT_EQ(std::strtoull(ignored.c_str(), nullptr, 16) & 1ull << (SIGPIPE - 1), 0u) << ignored;
     std::signal(SIGPIPE, pipeBefore);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -76,7 +76,7 @@ void GenericAgent::collectRequestInfo() {
         if (type == HBX_EXCEPTION || type == HBX_EVENT) {
             text = IsHistoryRequest() != 0 ? "HISTORICAL_SITUATION" : "NON_HISTORICAL_SITUATION";
         } else if (type != HBX_DEMAND) {
-            trace_detail("Unknown sample type %d\n", type);
+            trace_detail("Unknown sample type %s\n", std::to_string(type).c_str());
         }
         requestInfo_->addEntry("_REQ_TYPE", strdup(text), -1, -1);
     }
