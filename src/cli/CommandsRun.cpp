@@ -1,6 +1,7 @@
 // run, stop, check, corrections: the commands that work with processes.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -107,15 +108,27 @@ int waitUntilReady(pid_t child, const std::string& logPath, off_t logStart) {
     return kFailed;
 }
 
+// The pid in the lock file of the data directory while an agent holds its lock (flock(2)); 0 if none does.
+pid_t runningAgent() {
+    const std::string path = host::dataDirectory() + "/almanac.lock";
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return 0;
+    const bool free = flock(fd, LOCK_SH | LOCK_NB) == 0;  // given back by close
+    char text[32] = "";
+    const ssize_t got = free ? 0 : read(fd, text, sizeof text - 1);
+    close(fd);
+    const pid_t pid = got > 0 ? static_cast<pid_t>(std::atoi(text)) : 0;
+    return pid > 1 ? pid : 0;
+}
+
 int runDaemon(const RunOptions& options) {
     std::string error;
     if (!host::prepareDataDirectory(&error)) {
         complain(error);
         return kConfiguration;
     }
-    const ApiClient api(apiSocket());
-    if (api.call("/healthz", "text/plain", nullptr, 2).reached) {
-        complain("an agent runs already in " + host::dataDirectory());
+    if (const pid_t pid = runningAgent()) {
+        complain("an agent runs already in " + host::dataDirectory() + " (pid " + std::to_string(pid) + ")");
         return kConfiguration;
     }
     const std::string logPath = host::dataDirectory() + "/almanacd.log";
@@ -148,18 +161,6 @@ int runProgram(const std::string& program, const std::string& argument) {
     return WIFEXITED(status) && WEXITSTATUS(status) != 127 ? WEXITSTATUS(status) : kFailed;
 }
 
-// The pid in the lock file of an agent that holds it; 0 if none runs.
-pid_t runningAgent() {
-    const std::string path = host::dataDirectory() + "/almanac.lock";
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) return 0;
-    char text[32] = "";
-    const ssize_t got = read(fd, text, sizeof text - 1);
-    close(fd);
-    const pid_t pid = got > 0 ? static_cast<pid_t>(std::atoi(text)) : 0;
-    return pid > 1 && kill(pid, 0) == 0 ? pid : 0;
-}
-
 }  // namespace
 
 std::string siblingProgram(const char* name) {
@@ -189,8 +190,7 @@ int runAgent(const RunOptions& options) {
 
 int stopAgent() {
     const pid_t pid = runningAgent();
-    const ApiClient api(apiSocket());
-    if (pid == 0 || !api.call("/healthz", "text/plain", nullptr, 2).reached) {
+    if (pid == 0) {
         complain("no agent runs in " + host::dataDirectory());
         return kFailed;
     }
@@ -199,7 +199,7 @@ int stopAgent() {
         return kFailed;
     }
     for (int i = 0; i < kStopSeconds * 50; ++i) {
-        if (kill(pid, 0) != 0 && errno == ESRCH) return kDone;
+        if (runningAgent() == 0) return kDone;
         usleep(kPollMicroseconds);
     }
     complain("the agent (pid " + std::to_string(pid) + ") has not ended in " + std::to_string(kStopSeconds) + " seconds");

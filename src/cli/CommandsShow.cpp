@@ -33,10 +33,14 @@ int refused(const ApiAnswer& answer) {
     return answer.reached && answer.status == 400 ? kUsage : kFailed;
 }
 
-std::string cellText(const Json& value) {
+// `decimals`: of a column that shows them, so that 0.5 and 12.25 stand as 0.50 and 12.25.
+std::string cellText(const Json& value, int decimals = 0) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_null()) return "";
-    return value.dump();
+    if (decimals <= 0 || !value.is_number()) return value.dump();
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value.get<double>());
+    return text;
 }
 
 bool isNumeric(const Json& column) { return column.value("type", "text") != "text"; }
@@ -101,20 +105,22 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
     }
     const Json& rows = document["rows"];
     TextTable table;
-    std::vector<std::string> names;
+    std::vector<const Json*> columns;
     for (const std::string& name : shownColumns(layout, o)) {
         const bool present = o.columns.empty() || (!rows.empty() && rows[0].contains(name));
         if (!present) continue;
-        bool numeric = false;
         for (const Json& column : layout["columns"]) {
-            if (column["name"] == name) numeric = isNumeric(column);
+            if (column["name"] != name) continue;
+            table.addColumn(name, isNumeric(column));
+            columns.push_back(&column);
         }
-        table.addColumn(name, numeric);
-        names.push_back(name);
     }
     for (const Json& row : rows) {
         std::vector<std::string> cells;
-        for (const std::string& name : names) cells.push_back(row.contains(name) ? cellText(row[name]) : "");
+        for (const Json* column : columns) {
+            const std::string name = (*column)["name"];
+            cells.push_back(row.contains(name) ? cellText(row[name], column->value("decimals", 0)) : "");
+        }
         table.addRow(std::move(cells));
     }
     const std::string line = o.wide || !o.columns.empty() || !o.node.empty() ? "" : caption(layout, rows);
@@ -161,8 +167,8 @@ PerfRows readPerfRows(const ApiClient& api, const Json& tables) {
     return found;
 }
 
-std::string field(const Json* row, const char* name) {
-    return row && row->contains(name) ? cellText((*row)[name]) : "";
+std::string field(const Json* row, const char* name, int decimals = 0) {
+    return row && row->contains(name) ? cellText((*row)[name], decimals) : "";
 }
 
 std::string errorName(const Json* row) {
@@ -183,7 +189,7 @@ std::vector<std::string> statusRow(const Json& table, const Json* perf) {
             stateName(perf),
             errorName(perf),
             finished,
-            field(perf, "COLDURA"),
+            field(perf, "COLDURA", 2),
             cellText(table.value("last_rows", Json())),
             field(perf, "NUMCOLL"),
             field(perf, "CACHEHT"),

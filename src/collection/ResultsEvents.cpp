@@ -13,12 +13,16 @@
 void ResultsManager::sendEventData(ResultInstance* row) {
     TRACE_FUNCTION();
     if (hasDerivedMetrics()) computeEventRow(row);
-    JoinedEventRouter* router = getObjectType() == VX_JOIN ? nullptr : joinedEventRouter();
+    const bool joined = getObjectType() != VX_JOIN && joinedEventRouter() != nullptr;
     // A pure class's cache owns the row once it is sent, and another event may push it out: the joins get a copy.
-    ResultInstance* copy = router && isPureEventBased() ? row->getDeepCopy() : nullptr;
+    ResultInstance* copy = joined && isPureEventBased() ? row->getDeepCopy() : nullptr;
     sendEventDataToHBX(row);
-    if (router) router->routeEvent(this, copy ? copy : row);
+    if (joined) sendJoinedEventData(copy ? copy : row);
     delete copy;
+}
+
+void ResultsManager::sendJoinedEventData(ResultInstance* row) {
+    if (JoinedEventRouter* router = joinedEventRouter()) router->routeEvent(this, row);
 }
 
 void ResultsManager::sendEventDataToHBX(ResultInstance* row) {
@@ -39,6 +43,10 @@ void ResultsManager::sendEventDataToHBX(ResultInstance* row) {
     }
     if (!isPureEventBased()) return;
     row->setTimestamp(timestamp);
+    if (pureCacheCapacity_ < 1) {  // no cache to own the row, and nobody else does
+        delete row;
+        return;
+    }
     addToPureCache(row);
 }
 

@@ -83,6 +83,8 @@ class ResultsManager : public VXClientClass {
     // Delivers one event row at once. A pure event based class keeps it in its cache and owns it from then on (unless
     // the cache has no room at all); otherwise the row stays the caller's.
     void sendEventData(ResultInstance* row);
+    // Tells the join classes that use this class as a source of the row, which stays the caller's.
+    void sendJoinedEventData(ResultInstance* row);
     ListIterator getOrderedMetricListIterator() const { return orderedMetrics_->iterator(); }
     void addToPureCache(ResultInstance* row);
     void clearPureCache();

@@ -62,7 +62,7 @@ ThreadPool::ThreadPool(int size) {
 
 ThreadPool::~ThreadPool() {
     stop(24L * 3600 * 1000);
-    for (int i = queueHead_; i < queue_.getCount(); ++i) delete static_cast<IThreadPoolJob*>(queue_.get(i));
+    for (IThreadPoolJob* job : queue_) delete job;
 }
 
 bool ThreadPool::stop(long milliseconds) {
@@ -77,7 +77,7 @@ bool ThreadPool::stop(long milliseconds) {
 void ThreadPool::submitJob(IThreadPoolJob* job) {
     std::lock_guard lock(mutex_);
     job->setTimeOnQueue(Clock::monotonic());
-    queue_.add(job);
+    queue_.push_back(job);
     workAvailable_.notify_one();
 }
 
@@ -86,14 +86,14 @@ void ThreadPool::submitJobs(List* jobs) {
     const timespec now = Clock::monotonic();
     while (auto* job = static_cast<IThreadPoolJob*>(jobs->pop())) {
         job->setTimeOnQueue(now);
-        queue_.add(job);
+        queue_.push_back(job);
     }
     workAvailable_.notify_all();
 }
 
 ThreadPoolStatistics ThreadPool::getTPStatistics() {
     std::lock_guard lock(mutex_);
-    statistics_.queueLength = queue_.getCount() - queueHead_;
+    statistics_.queueLength = static_cast<int>(queue_.size());
     return statistics_;
 }
 
@@ -118,17 +118,14 @@ void ThreadPool::workerThreadMain() {
     TRACE_FUNCTION();
     std::unique_lock lock(mutex_);
     while (!stopping_) {
-        const int length = queue_.getCount() - queueHead_;
+        const int length = static_cast<int>(queue_.size());
         if (length < 1) {
             trace_detail("There is no work on the queue, sleeping until needed");
             workAvailable_.wait(lock);
             continue;
         }
-        auto* job = static_cast<IThreadPoolJob*>(queue_.get(queueHead_++));
-        if (queueHead_ == queue_.getCount()) {  // taken from the front without moving the rest each time
-            queue_.clear();
-            queueHead_ = 0;
-        }
+        IThreadPoolJob* job = queue_.front();
+        queue_.pop_front();
         ++statistics_.activeThreads;
         countStart(length, job);
         lock.unlock();

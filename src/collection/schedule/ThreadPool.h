@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <ctime>
+#include <deque>
 #include <mutex>
 
 #include "foundation/List.h"
@@ -72,8 +73,7 @@ class ThreadPool {
     void workerThreadMain();
     void countStart(int queueLength, const IThreadPoolJob* job);
 
-    List queue_;
-    int queueHead_ = 0;  // first job not yet taken
+    std::deque<IThreadPoolJob*> queue_;
     std::mutex mutex_;
     std::condition_variable workAvailable_;
     bool stopping_ = false;

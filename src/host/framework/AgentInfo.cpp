@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 #include <string_view>
 
 #include "host/framework/Framework.h"
@@ -50,16 +51,16 @@ AgentInfo::Values AgentInfo::values() const {
     return values_;
 }
 
-const char* AgentInfo::originNode() {
+const char* AgentInfo::originNode() const {
     const char* fixed = ZSV1_GetEnv("ALMANAC_ORIGINNODE");
     if (fixed && *fixed && std::strlen(fixed) <= kMaxName) return fixed;
     const std::lock_guard guard(mutex_);
     std::string name = makeOriginNode(values_.instance, thisHost(), values_.nodeType);
-    for (const std::string* known : originNodes_) {
-        if (*known == name) return known->c_str();
-    }
-    originNodes_.push_back(new std::string(std::move(name)));
-    return originNodes_.back()->c_str();
+    // Names that were given out stay valid for ever; there are few.
+    static std::set<std::string>* const given = new std::set<std::string>;
+    static std::mutex* const givenMutex = new std::mutex;
+    const std::lock_guard givenGuard(*givenMutex);
+    return given->insert(std::move(name)).first->c_str();
 }
 
 void AgentInfo::setLoader(HBX_AgentLoader loader) {

@@ -27,7 +27,7 @@ class AgentInfo {
 
     // The agent's managed system name, 32 bytes at most: "[instance:]host:type". ALMANAC_ORIGINNODE replaces it.
     // The text stays valid for the life of the process, also when a later answer differs.
-    const char* originNode();
+    const char* originNode() const;
 
     void setLoader(HBX_AgentLoader loader);
     void setCallback(HBX_CommandCallback callback);
@@ -39,7 +39,6 @@ class AgentInfo {
     Values values_;
     HBX_AgentLoader loader_ = nullptr;
     HBX_CommandCallback callback_ = nullptr;
-    std::vector<const std::string*> originNodes_;  // all that were given out; never freed
 };
 
 // The instance that the agent's command line names (see the program's usage), or "". `hostName` may be null.

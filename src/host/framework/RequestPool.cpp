@@ -1,5 +1,6 @@
 #include "host/framework/RequestPool.h"
 
+#include <cxxabi.h>
 #include <pthread.h>
 
 #include <condition_variable>
@@ -10,7 +11,25 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/base/HostTrace.h"
+
 namespace almanac::host {
+
+namespace {
+
+// Jobs catch what the agent throws; what is left is memory that ran out, which must not end the process.
+void runJob(const RequestPool::Job& job) {
+    try {
+        job(true);
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        HOST_TRACE_FUNCTION();
+        host_trace_error("a request ended by an exception");
+    }
+}
+
+}  // namespace
 
 // Shared with the threads, which are detached: one that hangs inside the agent outlives the pool.
 struct RequestPool::Shared : std::enable_shared_from_this<Shared> {
@@ -89,7 +108,7 @@ struct RequestPool::Shared : std::enable_shared_from_this<Shared> {
             Waiting next;
             if (take(&next)) {
                 lock.unlock();
-                next.job(true);
+                runJob(next.job);
                 next.job = nullptr;  // what the job holds goes before the lock is taken
                 lock.lock();
                 done(next.key);

@@ -17,6 +17,7 @@ namespace {
 
 std::atomic<unsigned> lastHandle{0};
 
+#if !defined(__SANITIZE_ADDRESS__)
 // The resting places of freed request memory, first in, first out.
 class RestingMemory {
   public:
@@ -37,6 +38,7 @@ RestingMemory& restingMemory() {
     static RestingMemory* const memory = new RestingMemory;
     return *memory;
 }
+#endif
 
 const RequestSpec& emptySpec() {
     static const RequestSpec* const spec = new RequestSpec;

@@ -35,6 +35,17 @@ void releaseClass(VXClientClass* queryClass) {
     queryClass->unhold();
 }
 
+// Taken before anything is collected: a class is ready once it was unexpired at any moment of the request, and one that
+// expires again while the request collects others would otherwise keep it for ever.
+std::vector<ClassProgress> progressOf(const List& classes) {
+    std::vector<ClassProgress> progress;
+    for (int i = 0; i < classes.getCount(); ++i) {
+        const int collections = classAt(classes, i)->getPerfstats().collectionCount;
+        progress.push_back({collections, !classAt(classes, i)->isExpired()});
+    }
+    return progress;
+}
+
 bool isAggregating(VXClientClass* queryClass) { return static_cast<ResultsManager*>(queryClass)->isAggregatingData(); }
 
 }  // namespace
@@ -65,7 +76,7 @@ void GenericAgent::collectRequestInfo() {
         if (type == HBX_EXCEPTION || type == HBX_EVENT) {
             text = IsHistoryRequest() != 0 ? "HISTORICAL_SITUATION" : "NON_HISTORICAL_SITUATION";
         } else if (type != HBX_DEMAND) {
-            trace_detail("Unknown sample type %d\n", type);
+            trace_detail("Unknown sample type %s\n", std::to_string(type).c_str());
         }
         requestInfo_->addEntry("_REQ_TYPE", strdup(text), -1, -1);
     }
@@ -137,8 +148,9 @@ int GenericAgent::TakeSample() {
     List names;
     List* classes = tsGetQueryList(names);
     if (!classes) return 0;
+    std::vector<ClassProgress> progress = progressOf(*classes);
     tsCollectData(*classes, names);
-    tsSubmitData(*classes, names, start);
+    tsSubmitData(*classes, names, progress, start);
     delete classes;
     return 0;
 }
@@ -245,16 +257,8 @@ void GenericAgent::submitOne(VXClientClass* queryClass, const char* name, bool i
     }
 }
 
-void GenericAgent::tsSubmitData(List& classes, List& names, const timespec& start) {
+void GenericAgent::tsSubmitData(List& classes, List& names, std::vector<ClassProgress>& progress, const timespec& start) {
     TRACE_FUNCTION();
-    // A class is ready once it was unexpired at any moment of this request: one that expires again before its turn
-    // would otherwise keep the request for ever.
-    std::vector<int> collectionsBefore;
-    std::vector<bool> ready;
-    for (int i = 0; i < classes.getCount(); ++i) {
-        collectionsBefore.push_back(classAt(classes, i)->getPerfstats().collectionCount);
-        ready.push_back(!classAt(classes, i)->isExpired());
-    }
     while (classes.getCount() > 0) {
         const unsigned long seen = VXClientClass::collectionsEnded();
         bool impatient = false;
@@ -264,12 +268,12 @@ void GenericAgent::tsSubmitData(List& classes, List& names, const timespec& star
         std::vector<int> done;
         for (int i = 0; i < classes.getCount(); ++i) {
             VXClientClass* queryClass = classAt(classes, i);
-            const auto at = static_cast<std::size_t>(i);
-            if (!ready[at]) {
-                ready[at] = !queryClass->isExpired() ||
-                            queryClass->getPerfstats().collectionCount != collectionsBefore[at];
+            ClassProgress& its = progress[static_cast<std::size_t>(i)];
+            if (!its.ready) {
+                its.ready =
+                    !queryClass->isExpired() || queryClass->getPerfstats().collectionCount != its.collectionsBefore;
             }
-            const bool onItsWay = !ready[at] && !impatient && queryClass->isThreadPoolEligible() &&
+            const bool onItsWay = !its.ready && !impatient && queryClass->isThreadPoolEligible() &&
                                   !queryClass->isPureEventBased() && !HBX_QueryShutdown();
             if (onItsWay) continue;
             submitOne(queryClass, nameAt(names, i), impatient);
@@ -280,8 +284,7 @@ void GenericAgent::tsSubmitData(List& classes, List& names, const timespec& star
             for (auto i = done.rbegin(); i != done.rend(); ++i) {
                 releaseClass(static_cast<VXClientClass*>(classes.remove(*i)));
                 std::free(names.remove(*i));
-                ready.erase(ready.begin() + *i);
-                collectionsBefore.erase(collectionsBefore.begin() + *i);
+                progress.erase(progress.begin() + *i);
             }
         }
         if (classes.getCount() > 0) VXClientClass::waitForCollectionAfter(seen, kPollMilliseconds);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "collection/RowSink.h"
 #include "foundation/List.h"
@@ -33,6 +34,12 @@ class GenericAgentBase : public aghbx, public RowSink {
     GenericAgentManager* table_;
 };
 
+// Where a request stands with one of its classes.
+struct ClassProgress {
+    int collectionsBefore;  // collections that had ended when the request began
+    bool ready;             // there was fresh data at some moment of the request
+};
+
 class GenericAgent : public GenericAgentBase {
   public:
     GenericAgent(RequestDetail* detail, ContextInfo* context, GenericAgentManager* table);
@@ -53,7 +60,7 @@ class GenericAgent : public GenericAgentBase {
     List* tsGetQueryList(List& names);
     List* historicalQueryList(List& names);
     void tsCollectData(const List& classes, const List& names);
-    void tsSubmitData(List& classes, List& names, const timespec& start);
+    void tsSubmitData(List& classes, List& names, std::vector<ClassProgress>& progress, const timespec& start);
     void collectOne(VXClientClass* queryClass, const char* name);
     void submitOne(VXClientClass* queryClass, const char* name, bool impatient);
     bool IsRowException(char* row) { return CheckForException(row) != 0; }

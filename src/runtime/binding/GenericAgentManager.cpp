@@ -24,7 +24,7 @@ int GenericAgentManager::EventArrived(char* row, int size) {
         return 1;
     }
     int status = 0;
-    TableManager* found = manager->FindTableManager(meta_->applName(), meta_->tableName());
+    TableManager* found = manager->FindTableManager(ApplicationName(), TableName());
     if (auto* table = dynamic_cast<GenericAgentManager*>(found)) status = table->AddDataToEvent(row, size);
     manager->Drop();
     return status;
@@ -50,7 +50,7 @@ int GenericAgentManager::AddDataToEvent(char* row, int size) {
 
 GenericAgentManager* newGenericAgent(const char* applName, const char* tableName, AttributeGroupMeta* meta) {
     TRACE_FUNCTION();
-    if (!applName || !tableName || !*applName || !*tableName) {
+    if (!applName || !tableName || !*tableName) {  // without an `appl` the application has an empty name
         trace_error("Missing applName or table name");
         return nullptr;
     }

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int kMostErrors = 100;
+constexpr std::size_t kDeepest = 200;  // elements within elements; what lies deeper is left out of the tree
 constexpr std::size_t npos = std::string::npos;
 
 // The attributes of the tag at `tag` as they stand in the source, repeated ones too.
@@ -35,6 +36,10 @@ class TreeBuilder : public XMLHandler {
     void setParser(const Parser* parser) { parser_ = parser; }
 
     void startElement(const char* name, HashMap*) override {
+        if (open_.size() > kDeepest) {
+            if (tooDeep_++ == 0 && deepest == npos) deepest = parser_->offset();
+            return;
+        }
         XmlElement element;
         element.name = name;
         element.offset = parser_->offset();
@@ -42,7 +47,13 @@ class TreeBuilder : public XMLHandler {
         open_.back()->children.push_back(std::move(element));
         open_.push_back(&open_.back()->children.back());
     }
-    void endElement(const char*) override { open_.pop_back(); }
+    void endElement(const char*) override {
+        if (tooDeep_ == 0) {
+            open_.pop_back();
+        } else {
+            --tooDeep_;
+        }
+    }
     void fatalError(const char* message) override {
         if (failure.empty()) failure = message;
     }
@@ -50,10 +61,12 @@ class TreeBuilder : public XMLHandler {
 
     const std::vector<XmlElement*>& open() const { return open_; }
     std::string failure;
+    std::size_t deepest = npos;  // the first element that is left out for its depth
 
   private:
     const std::string& source_;
     const Parser* parser_ = nullptr;
+    std::size_t tooDeep_ = 0;  // open elements that are not in the tree
     std::vector<XmlElement*> open_;  // the root first; elements whose end has not come
 };
 
@@ -174,7 +187,11 @@ XmlDocument::XmlDocument(const std::string& source, std::vector<Problem>* proble
         Parser parser(&builder);
         builder.setParser(&parser);
         std::string scratch = text;
-        if (parser.parse(scratch.data()) || errors == kMostErrors) return;
+        const bool whole = parser.parse(scratch.data());
+        if (whole || errors == kMostErrors) {
+            if (builder.deepest != npos) problems->push_back({builder.deepest, Problem::Error, "elements nest too deep"});
+            return;
+        }
         mend(&text, parser.offset(), builder, problems);
     }
 }

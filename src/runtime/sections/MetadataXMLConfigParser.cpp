@@ -57,7 +57,10 @@ void MetadataXMLConfigParser::startGroup(const HashMap* attributes) {
     if (metaMap.contains(name)) {
         trace_error("Attribute group %s is declared twice; the later declaration counts", name);
         const char* oldKey = nullptr;
-        delete static_cast<AttributeGroupMeta*>(metaMap.remove(name, &oldKey));
+        auto* replaced = static_cast<AttributeGroupMeta*>(metaMap.remove(name, &oldKey));
+        // A status table's class was joined to it at once and would keep a dead pointer.
+        if (replaced->query()) replaced->query()->setAttributeGroupMeta(nullptr);
+        delete replaced;
         std::free(const_cast<char*>(oldKey));
     }
     metaMap.put(strdup(name), group_);

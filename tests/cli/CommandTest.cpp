@@ -1,0 +1,185 @@
+// The almanac command against the real daemon: every command as a user types it.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "host/Scratch.h"
+
+namespace {
+
+using almanac::host::test::readFile;
+using almanac::host::test::Scratch;
+using almanac::host::test::writeFile;
+
+std::string fromEnvironment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class Command : public testing::Test {
+  protected:
+    void SetUp() override {
+        bin_ = fromEnvironment("ALMANAC_BIN_DIR");
+        source_ = fromEnvironment("ALMANAC_SOURCE_DIR");
+        ASSERT_FALSE(bin_.empty()) << "ALMANAC_BIN_DIR names the folder of the programs";
+    }
+    void TearDown() override { almanac("stop"); }
+
+    Outcome shell(const std::string& line) {
+        const std::string errors = data_.path("stderr.txt");
+        const std::string command = "unset ALMANAC_SOCKET CDP_CORRECTIONS; export ALMANAC_DATA_DIR='" + data_.path("data") +
+                                    "'; " + line + " 2>'" + errors + "'";
+        Outcome o;
+        FILE* pipe = popen(command.c_str(), "r");
+        if (!pipe) return o;
+        char buffer[4096];
+        std::size_t n = 0;
+        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) o.out.append(buffer, n);
+        const int status = pclose(pipe);
+        o.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+        o.err = readFile(errors);
+        return o;
+    }
+    Outcome almanac(const std::string& arguments, const std::string& before = "") {
+        return shell(before + "'" + bin_ + "/almanac' " + arguments);
+    }
+    std::string example() const { return source_ + "/examples/host/host.xml"; }
+    bool startExample() {
+        const Outcome o = almanac("run --daemon '" + example() + "'");
+        EXPECT_EQ(o.status, 0) << o.err;
+        return o.status == 0;
+    }
+    // A reference file with one script table of three columns.
+    std::string oneTable(const std::string& command, const std::string& extra = "") {
+        const std::string path = data_.path("one.xml");
+        writeFile(path, "<agent>\n<appl name=\"TST\" nodeType=\"TS\" affinity=\"T\" internalAgentVersion=\"01\"/>\n<metadata>\n"
+                        "<ag table=\"One\" name=\"One\">\n<attr name=\"Timestamp\" type=\"1\" size=\"16\"/>\n"
+                        "<attr name=\"Name\" type=\"2\" size=\"16\"/>\n<attr name=\"Number\" type=\"7\" size=\"8\"/>\n</ag>\n</metadata>\n" +
+                        extra + "<script app=\"TST\" ag=\"One\" name=\"one\" separator=\",\" command=\"" + command + "\">\n"
+                        "<metric name=\"Name\" type=\"STRING_DATA\" key=\"true\" visible=\"true\"/>\n"
+                        "<metric name=\"Number\" type=\"NUMERIC_64BIT_DATA\" visible=\"true\"/>\n</script>\n</agent>\n");
+        return path;
+    }
+
+    Scratch data_;
+    std::string bin_;
+    std::string source_;
+};
+
+long numberBehind(const std::string& text, const std::string& key) {
+    const std::size_t at = text.find(key);
+    return at == std::string::npos ? -1 : std::atol(text.c_str() + at + key.size());
+}
+
+TEST_F(Command, TheExampleTellsTheTruthAboutThisMachine) {
+    ASSERT_TRUE(startExample());
+    const Outcome tables = almanac("tables");
+    for (const char* table : {"File_Systems", "Memory", "Load", "Network_Interfaces", "Sockets", "Packages", "Performance_Object_Status"}) {
+        EXPECT_NE(tables.out.find(table), std::string::npos) << table;
+    }
+    const Outcome memory = almanac("show memory --output json");
+    ASSERT_EQ(memory.status, 0) << memory.err;
+    EXPECT_EQ(numberBehind(memory.out, "\"Total_KB\":"), numberBehind(readFile("/proc/meminfo"), "MemTotal:"));
+    const Outcome root = almanac("show File_Systems --filter \"Mount_Point = '/'\" --columns Mount_Point,Size_KB --output csv");
+    ASSERT_EQ(root.status, 0) << root.err;
+    const long size = std::atol(shell("df -k --output=size / | tail -n 1").out.c_str());
+    if (root.out.find("\n/,") != std::string::npos) {  // a container's root may be no local file system
+        EXPECT_EQ(numberBehind(root.out, "\n/,"), size);
+    }
+    const Outcome status = almanac("status");
+    EXPECT_NE(status.out.find("OBJECT_ACTIVE"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("never"), std::string::npos) << "Packages has not been asked for";
+    const Outcome again = almanac("run --daemon '" + example() + "'");
+    EXPECT_EQ(again.status, 78) << "a second agent in the same data directory";
+    EXPECT_EQ(almanac("stop").status, 0);
+    EXPECT_EQ(almanac("stop").status, 1);
+    EXPECT_EQ(almanac("tables").status, 1);
+    ASSERT_TRUE(startExample()) << "the data directory of the first one serves the second";
+}
+
+TEST_F(Command, OutputsAndFilters) {
+    const std::string file = oneTable("printf 'a,1\\nb &quot;q&quot;,22\\nc,-3\\n'");
+    ASSERT_EQ(almanac("run --daemon '" + file + "'").status, 0);
+    EXPECT_EQ(almanac("show One -o csv -c Name,Number").out, "Name,Number\r\na,1\r\n\"b \"\"q\"\"\",22\r\nc,-3\r\n");
+    EXPECT_EQ(almanac("show One -o ndjson -c Number --filter \"Number > 1 OR Name = 'c'\"").out, "{\"Number\":22}\n{\"Number\":-3}\n");
+    EXPECT_EQ(almanac("show One -o ndjson -c Name --filter \"SCAN(Name,'q')\" ").out, "{\"Name\":\"b \\\"q\\\"\"}\n");
+    EXPECT_EQ(almanac("show One -o ndjson -c Name --limit 1").out, "{\"Name\":\"a\"}\n");
+    const Outcome table = almanac("show One");
+    EXPECT_EQ(table.out, "Name   Number\na           1\nb \"q\"      22\nc          -3\n");
+    EXPECT_NE(table.err.find("3 rows"), std::string::npos);
+    EXPECT_EQ(table.out.find('\033'), std::string::npos) << "no escapes but to a terminal";
+
+    const Outcome badFilter = almanac("show One --filter 'Nme = 1'");
+    EXPECT_EQ(badFilter.status, 2);
+    EXPECT_NE(badFilter.err.find("Name"), std::string::npos) << badFilter.err;
+    EXPECT_EQ(badFilter.out, "");
+    EXPECT_EQ(almanac("show Nothing").status, 1);
+    EXPECT_EQ(almanac("show One --watch soon").status, 2);
+    EXPECT_EQ(almanac("show").status, 2);
+    EXPECT_EQ(almanac("frobnicate").status, 2);
+    EXPECT_EQ(almanac("show One -o xml").status, 2);
+    EXPECT_EQ(almanac("--help").status, 0);
+}
+
+TEST_F(Command, TraceIsSetWhileTheAgentRuns) {
+    ASSERT_EQ(almanac("run --daemon '" + oneTable("echo a,1") + "'").status, 0);
+    EXPECT_EQ(almanac("trace").out, "ERROR\n");
+    EXPECT_EQ(almanac("trace ALL").status, 0);
+    almanac("show One");
+    EXPECT_NE(readFile(data_.path("data/almanacd.log")).find("Calling collectDataIfNeeded on"), std::string::npos);
+    EXPECT_EQ(almanac("trace '(UNIT'").status, 2);
+}
+
+TEST_F(Command, AnEncryptedValueIsReadAndShownNowhere) {
+    const Outcome secret = almanac("encrypt", "printf 'canary-4711' | ");
+    ASSERT_EQ(secret.status, 0) << secret.err;
+    ASSERT_EQ(secret.out.rfind("{AES256:keyfile:a}", 0), 0u);
+    EXPECT_EQ(almanac("encrypt", "printf '' | ").status, 2);
+    ASSERT_EQ(shell("mkdir -p '" + data_.path("data/config") + "'").status, 0);
+    writeFile(data_.path("data/config/st.toml"),
+              "[PATHS]\nAGENT_LIB_DIR = \"" + secret.out.substr(0, secret.out.size() - 1) + "\"\n");
+    // The script receives the plain value through the configuration.
+    const std::string file = oneTable("test ${AGENT_LIB_DIR} = canary-4711 &amp;&amp; echo right,1; true");
+    ASSERT_EQ(almanac("run --daemon '" + file + "'", "ZSB_ZTR1=ALL ").status, 0);
+    EXPECT_EQ(almanac("show One -o ndjson -c Name").out, "{\"Name\":\"right\"}\n");
+    EXPECT_EQ(readFile(data_.path("data/almanacd.log")).find("canary"), std::string::npos);
+}
+
+TEST_F(Command, FaultsOfTheStartAreOneLineAndAnExitCode) {
+    EXPECT_EQ(almanac("run '" + data_.path("missing.xml") + "'").status, 78);
+    const std::string broken = data_.path("broken.xml");
+    writeFile(broken, "<agent>\n  <appl name='X'/>\n</agent>\n");
+    const Outcome checked = almanac("check '" + broken + "'");
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_EQ(checked.out.rfind(broken + ":2:3: error: Attribute value does not start with quote", 0), 0u) << checked.out;
+    EXPECT_EQ(almanac("run '" + broken + "'").status, 78);
+    const Outcome forced = almanac("run --daemon --no-check '" + broken + "'");
+    EXPECT_EQ(forced.status, 78);
+    EXPECT_NE(forced.err.find("Fatal XML error: Attribute value does not start with quote"), std::string::npos) << forced.err;
+    EXPECT_EQ(almanac("check '" + data_.path("missing.xml") + "'").status, 78);
+    EXPECT_EQ(almanac("check /").status, 78);
+    EXPECT_EQ(almanac("check '" + example() + "'").status, 0);
+    EXPECT_NE(almanac("corrections").out.find("event-console"), std::string::npos);
+}
+
+TEST_F(Command, ScriptsThatMisbehaveKeepToTheirTable) {
+    const std::string bad = data_.path("bad.sh");
+    writeFile(bad, "#!/bin/sh\nprintf 'a,1\\n'; kill -9 $$\n");
+    const std::string file = oneTable("sh " + bad);
+    ASSERT_EQ(almanac("run --daemon '" + file + "'").status, 0);
+    EXPECT_EQ(almanac("show One -o ndjson -c Name").out, "{\"Name\":\"a\"}\n") << "death by a signal keeps the rows";
+    const std::string pid = shell("cat '" + data_.path("data/almanac.lock") + "'").out;
+    EXPECT_EQ(shell("ps -o stat= --ppid " + std::to_string(std::atol(pid.c_str())) + " | grep -c Z").out, "0\n");
+}
+
+}  // namespace
