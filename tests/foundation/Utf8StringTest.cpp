@@ -169,7 +169,7 @@ TEST_F(UTF8StringTest, AShortTextIsCheap) {
     constexpr std::size_t kCount = 10000;
     auto texts = std::make_unique<UTF8String[]>(kCount);
     const std::size_t before = mallinfo2().uordblks;
-    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("fifteen bytes..");
+    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twenty-two bytes......");
     EXPECT_LE(mallinfo2().uordblks - before, 1000u) << "a short text has its room in the object";
     for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twenty-three bytes.....");
     EXPECT_LE((mallinfo2().uordblks - before) / kCount, 32u) << "one block for value and source";
