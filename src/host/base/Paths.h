@@ -7,7 +7,7 @@
 namespace almanac::host {
 
 // ALMANAC_DATA_DIR; without it /var/lib/almanac for root and "$XDG_STATE_HOME/almanac" for anybody else, or
-// "$HOME/.local/state/almanac" (XDG Base Directory Specification 0.8). Without a home directory the one of
+// "$HOME/.local/state/almanac" (XDG Base Directory 0.8). Without a home directory the one of
 // the password file. No '/' at the end. Never creates anything.
 std::string dataDirectory();
 

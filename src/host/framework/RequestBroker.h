@@ -92,7 +92,7 @@ class RequestBroker {
     using Done = std::function<void(SampleResult&&)>;
     SampleStatus sample(const SampleQuery& query, Done done, std::shared_ptr<SampleTicket>* ticket = nullptr);
 
-    // Opens a request. The spec's table, application and layout are filled in from the entry. Null if the broker is
+    // Opens a request. Its table, application and layout are filled in from the entry. Null if the broker is
     // not ready, stops or is busy, or 1,024 are open already.
     std::shared_ptr<OpenRequest> open(const std::shared_ptr<TableEntry>& table, RequestSpec spec, RowSink sink);
     std::size_t openRequests() const;
