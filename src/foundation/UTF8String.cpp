@@ -92,16 +92,16 @@ void UTF8String::discard() {
         std::free(heap_.value);
         delete heap_.extra;
     }
-    heap_ = Heap{nullptr, nullptr};
-    length_ = 0;
+    heap_ = Heap{nullptr, nullptr, 0};
     valueIsSource_ = isInline_ = false;
 }
 
 // Moves a short value out of the object, which has no room for both.
 UTF8String::Extra& UTF8String::extra() {
     if (isInline_) {
-        char* value = duplicate(inline_, static_cast<std::size_t>(length_));
-        heap_ = Heap{value, nullptr};
+        const int length = inlineLength_;
+        char* value = duplicate(inline_, static_cast<std::size_t>(length));
+        heap_ = Heap{value, nullptr, length};
         isInline_ = false;
     }
     if (!heap_.extra) heap_.extra = new Extra;
@@ -110,13 +110,13 @@ UTF8String::Extra& UTF8String::extra() {
 
 // Only into a discarded object.
 void UTF8String::store(const char* bytes, int length) {
-    length_ = length;
     isInline_ = length < kInlineSize;
     if (isInline_) {
+        inlineLength_ = static_cast<unsigned char>(length) & 0x1f;
         if (length > 0) std::memcpy(inline_, bytes, static_cast<std::size_t>(length));
         inline_[length] = '\0';
     } else {
-        heap_.value = duplicate(bytes, static_cast<std::size_t>(length));
+        heap_ = Heap{duplicate(bytes, static_cast<std::size_t>(length)), nullptr, length};
     }
 }
 
@@ -124,15 +124,15 @@ void UTF8String::store(const char* bytes, int length) {
 void UTF8String::keepSource(const char* text) {
     const std::size_t length = std::strlen(text);
     valueIsSource_ =
-        static_cast<std::size_t>(length_) == length && std::memcmp(getUTF8Value(), text, length) == 0;
+        static_cast<std::size_t>(getLength()) == length && std::memcmp(getUTF8Value(), text, length) == 0;
     if (!valueIsSource_) extra().source = duplicate(text, length);
 }
 
 // Gives the source room of its own and leaves a short value behind, for the caller to set another.
 void UTF8String::beforeNewValue() {
-    char* source = valueIsSource_ ? duplicate(getUTF8Value(), static_cast<std::size_t>(length_)) : nullptr;
+    char* source = valueIsSource_ ? duplicate(getUTF8Value(), static_cast<std::size_t>(getLength())) : nullptr;
     if (isInline_) {
-        heap_ = Heap{nullptr, nullptr};
+        heap_ = Heap{nullptr, nullptr, 0};
         isInline_ = false;
     }
     if (source) extra().source = source;
@@ -218,9 +218,9 @@ const char* UTF8String::getEBCDICValue() {
     if (!getUTF8Value()) return nullptr;
     Extra& made = extra();
     if (made.ebcdic) return made.ebcdic;
-    made.ebcdic = newText(static_cast<std::size_t>(length_));
+    made.ebcdic = newText(static_cast<std::size_t>(getLength()));
     const unsigned char* at = reinterpret_cast<const unsigned char*>(heap_.value);
-    const unsigned char* end = at + length_;
+    const unsigned char* end = at + getLength();
     int n = 0;
     while (at < end) {
         const int latin1 = nextLatin1(at, end);
@@ -232,27 +232,27 @@ const char* UTF8String::getEBCDICValue() {
 }
 
 bool UTF8String::isEqual(const UTF8String* other) const {
-    if (!other || length_ != other->length_) return false;
-    return length_ == 0 || std::memcmp(getUTF8Value(), other->getUTF8Value(), static_cast<std::size_t>(length_)) == 0;
+    if (!other || getLength() != other->getLength()) return false;
+    return getLength() == 0 || std::memcmp(getUTF8Value(), other->getUTF8Value(), static_cast<std::size_t>(getLength())) == 0;
 }
 
 void UTF8String::concat(const UTF8String* other) {
-    if (!other || !other->getUTF8Value() || other->length_ > INT_MAX - 1 - length_) return;
-    const std::size_t mine = static_cast<std::size_t>(length_);
-    const std::size_t more = static_cast<std::size_t>(other->length_);
+    if (!other || !other->getUTF8Value() || other->getLength() > INT_MAX - 1 - getLength()) return;
+    const std::size_t mine = static_cast<std::size_t>(getLength());
+    const std::size_t more = static_cast<std::size_t>(other->getLength());
     char* both = newText(mine + more);
     if (mine > 0) std::memcpy(both, getUTF8Value(), mine);
     std::memcpy(both + mine, other->getUTF8Value(), more);
     beforeNewValue();
     std::free(heap_.value);
     heap_.value = both;
-    length_ = static_cast<int>(mine + more);
+    heap_.length = static_cast<int>(mine + more);
 }
 
 UTF8String* UTF8String::getDeepCopy() const {
     auto* copy = new UTF8String;
     if (getUTF8Value()) {
-        copy->store(getUTF8Value(), length_);
+        copy->store(getUTF8Value(), getLength());
     } else {
         copy->store(kNull, static_cast<int>(std::strlen(kNull)));
     }
@@ -262,5 +262,5 @@ UTF8String* UTF8String::getDeepCopy() const {
 void UTF8String::setUTF8Value(char* value, int length) {
     beforeNewValue();
     heap_.value = value;
-    length_ = value ? length : 0;
+    heap_.length = value ? length : 0;
 }

@@ -1,9 +1,9 @@
 // UTF8String: a text in UTF-8 beside the local text it came from. Rows carry UTF-8, providers read local text.
 #pragma once
 
-class UTF8String {
+class alignas(void*) UTF8String {
   public:
-    UTF8String() : heap_{nullptr, nullptr} {}
+    UTF8String() : heap_{nullptr, nullptr, 0} {}
     ~UTF8String();
     UTF8String(const UTF8String&) = delete;
     UTF8String& operator=(const UTF8String&) = delete;
@@ -18,7 +18,7 @@ class UTF8String {
     int initFromUTF8String(const char* text);
     int initFromUTF8String(const char* text, int length);
 
-    int getLength() const { return length_; }
+    int getLength() const { return isInline_ ? inlineLength_ : heap_.length; }
     // Terminated; null before any initialisation. Valid until the next operation that is not const.
     const char* getUTF8Value() const { return isInline_ ? inline_ : heap_.value; }
     // The text it was made from; null if there is none (a deep copy has none).
@@ -38,11 +38,12 @@ class UTF8String {
   private:
     // What only few texts have: a source that differs from the value, the EBCDIC form.
     struct Extra;
-    struct Heap {
+    struct [[gnu::packed]] Heap {
         char* value;
         Extra* extra;
+        int length;
     };
-    static constexpr int kInlineSize = sizeof(Heap);
+    static constexpr int kInlineSize = 23;  // 22 bytes and a terminator
 
     void discard();
     void store(const char* bytes, int length);
@@ -57,7 +58,7 @@ class UTF8String {
         Heap heap_;
         char inline_[kInlineSize];
     };
-    int length_ = 0;
-    bool valueIsSource_ = false;
-    bool isInline_ = false;
+    unsigned char inlineLength_ : 5 = 0;
+    bool valueIsSource_ : 1 = false;
+    bool isInline_ : 1 = false;
 };

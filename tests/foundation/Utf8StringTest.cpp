@@ -112,12 +112,14 @@ TEST_F(UTF8StringTest, ATakenOverValueLeavesTheOldOneToItsHolder) {
     char* held = strdup("a text held by its maker");
     s.setUTF8Value(held, static_cast<int>(std::strlen(held)));
     EXPECT_EQ(s.getUTF8Value(), held);
-    s.setUTF8Value(strdup("second"), 6);
+    char* second = strdup("second");
+    s.setUTF8Value(second, 6);
     EXPECT_STREQ(s.getUTF8Value(), "second");
     EXPECT_STREQ(s.getSource(), "first");
     EXPECT_STREQ(held, "a text held by its maker");
     std::free(held);
     s.setUTF8Value(nullptr, 5);
+    std::free(second);
     EXPECT_EQ(s.getLength(), 0);
     s.initFromUTF8String("third");
     EXPECT_STREQ(s.getSource(), "third");
@@ -167,7 +169,7 @@ TEST_F(UTF8StringTest, AShortTextIsCheap) {
     constexpr std::size_t kCount = 10000;
     auto texts = std::make_unique<UTF8String[]>(kCount);
     const std::size_t before = mallinfo2().uordblks;
-    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("fifteen bytes..");
+    for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twenty-two bytes......");
     EXPECT_LE(mallinfo2().uordblks - before, 1000u) << "a short text has its room in the object";
     for (std::size_t i = 0; i < kCount; ++i) texts[i].initFromASCIIString("twenty-three bytes.....");
     EXPECT_LE((mallinfo2().uordblks - before) / kCount, 32u) << "one block for value and source";
