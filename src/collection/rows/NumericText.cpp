@@ -8,7 +8,7 @@
 ResultMetric* parseNumericString(const Metric* metric, const char* text) {
     TRACE_MESSAGES();
     if (!text) {
-        trace_error("NULL string provided for numeric conversion");
+        trace_detail("NULL string provided for numeric conversion");
         return new ResultMetric(metric, 0);
     }
     const bool scaleTransparent = metric->getScale() != 0 && metric->getScaleTransparent();
@@ -17,17 +17,17 @@ ResultMetric* parseNumericString(const Metric* metric, const char* text) {
         errno = 0;
         const long long number = std::strtoll(text, &end, 10);
         if (errno != EINVAL && *end == '\0') {
-            if (errno == ERANGE) trace_error("Out of range error for numeric conversion: %s", text);
+            if (errno == ERANGE) trace_detail("Out of range error for numeric conversion: %s", text);
             return new ResultMetric(metric, number);
         }
     }
     errno = 0;
     const double number = std::strtod(text, &end);
     if (errno == EINVAL) {
-        trace_error("Invalid value provided for numeric conversion: %s", text);
+        trace_detail("Invalid value provided for numeric conversion: %s", text);
         return new ResultMetric(metric, 0);
     }
-    if (errno == ERANGE) trace_error("Out of range error for numeric conversion: %s", text);
-    if (*end) trace_error("Invalid characters %s found getting numeric value from %s, returning %f", end, text, number);
+    if (errno == ERANGE) trace_detail("Out of range error for numeric conversion: %s", text);
+    if (*end) trace_detail("Invalid characters %s found getting numeric value from %s, returning %f", end, text, number);
     return new ResultMetric(metric, number);
 }
