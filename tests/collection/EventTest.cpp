@@ -14,7 +14,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using namespace almanac::test;
+using namespace almanac::test;  // classes lie on the heap: the thread sanitizer takes mutexes of one stack place for one
 using almanac::host::test::Variable;
 namespace testclock = almanac::host::testclock;
 
@@ -40,7 +40,8 @@ TEST(PureEvents, AreKeptNewestFirstUpToTheCapacity) {
         Variable set("CDP_PURE_EVENT_CACHE_SIZE", each.capacity);
         Group group("PURE", nameAndNumber());
         Events events(group.meta);
-        TestClass c("PURE");
+        const auto own = std::make_unique<TestClass>("PURE");
+        TestClass& c = *own;
         c.withNameAndNumber();
         c.setPureEventBased(true);
         send(c, {"a", "b", "c"});
@@ -60,7 +61,8 @@ TEST(PureEvents, CarryTheTimeOfTheEvent) {
     Group group("PURETIME", nameAndNumber());
     Events events(group.meta);
     testclock::Guard clock;
-    TestClass c("PURETIME");
+    const auto own = std::make_unique<TestClass>("PURETIME");
+    TestClass& c = *own;
     c.withNameAndNumber();
     c.setPureEventBased(true);
     send(c, {"a"});
@@ -77,7 +79,8 @@ TEST(PureEvents, CarryTheTimeOfTheEvent) {
 
 TEST(PureEvents, RequestsAtOnceNeverDoubleRows) {
     Group group("PUREMANY", nameAndNumber());
-    TestClass c("PUREMANY");
+    const auto own = std::make_unique<TestClass>("PUREMANY");
+    TestClass& c = *own;
     c.withNameAndNumber();
     c.setPureEventBased(true);
     send(c, {"a", "b", "c"});
@@ -98,7 +101,8 @@ TEST(PureEvents, RequestsAtOnceNeverDoubleRows) {
 TEST(Events, AreSentOnceWithoutHintsAndOnlyWhole) {
     Group group("EVENT", {{"NAME", 2, 8, "1x:"}, {"N", 0, 4}});
     Events events(group.meta);
-    TestClass c("EVENT");
+    const auto own = std::make_unique<TestClass>("EVENT");
+    TestClass& c = *own;
     c.withNameAndNumber();
     std::unique_ptr<ResultInstance> whole(c.named("7F8A", 5));
     c.sendEventData(whole.get());  // stays the caller's
@@ -116,7 +120,8 @@ TEST(Events, AreSentOnceWithoutHintsAndOnlyWhole) {
 TEST(Events, OfASubnodeCarryItsName) {
     Group group("EVENTSUB", nameAndNumber(), "SUB");
     Events events(group.meta);
-    TestClass c("EVENTSUB");
+    const auto own = std::make_unique<TestClass>("EVENTSUB");
+    TestClass& c = *own;
     c.withNameAndNumber();
     TestClass clone(&c, "host1");
     std::unique_ptr<ResultInstance> row(c.named("a", 1));
@@ -126,7 +131,8 @@ TEST(Events, OfASubnodeCarryItsName) {
 
 TEST(Events, BeforeTheTableExistsAreCachedAllTheSame) {
     Group group("EARLY", nameAndNumber());
-    TestClass c("EARLY"), unknown("NO SUCH GROUP");
+    const auto own = std::make_unique<TestClass>("EARLY"), other = std::make_unique<TestClass>("NO SUCH GROUP");
+    TestClass &c = *own, &unknown = *other;
     for (TestClass* each : {&c, &unknown}) {
         each->withNameAndNumber();
         each->setPureEventBased(true);
@@ -152,7 +158,9 @@ TEST(Events, GoToJoinsAsARowThatCannotBeEvicted) {
     } router;
     Variable set("CDP_PURE_EVENT_CACHE_SIZE", "1");
     Group group("ROUTED", nameAndNumber());
-    TestClass pure("ROUTED"), plain("ROUTED"), join("ROUTED", nullptr, VX_JOIN);
+    const auto own = std::make_unique<TestClass>("ROUTED"), second = std::make_unique<TestClass>("ROUTED"),
+               third = std::make_unique<TestClass>("ROUTED", nullptr, VX_JOIN);
+    TestClass &pure = *own, &plain = *second, &join = *third;
     for (TestClass* c : {&pure, &plain, &join}) c->withNameAndNumber();
     pure.setPureEventBased(true);
     registerJoinedEventRouter(&router);

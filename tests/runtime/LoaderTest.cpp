@@ -82,6 +82,12 @@ TestClass* add(const char* name) {
     return c;
 }
 
+// Children are fresh processes: this one may have threads.
+class Loader : public testing::Test {
+  protected:
+    Loader() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
 // Ends a child: with 0 if no expectation failed.
 [[noreturn]] void leave() { _exit(testing::Test::HasFailure() ? 1 : 0); }
 
@@ -124,7 +130,7 @@ void loadsTables() {
     leave();
 }
 
-TEST(Loader, MakesOneTableForEachClassWithMetadata) { EXPECT_EXIT(loadsTables(), testing::ExitedWithCode(0), ""); }
+TEST_F(Loader, MakesOneTableForEachClassWithMetadata) { EXPECT_EXIT(loadsTables(), testing::ExitedWithCode(0), ""); }
 
 void readsPoolAndRefresh(const char* size, const char* impatient, const char* refresh, bool pool, int timeout, bool thread) {
     Variable a("CDP_DP_THREAD_POOL_SIZE", size), b("CDP_DP_IMPATIENT_COLLECTOR_TIMEOUT", impatient);
@@ -141,7 +147,7 @@ void readsPoolAndRefresh(const char* size, const char* impatient, const char* re
     leave();
 }
 
-TEST(Loader, ReadsPoolAndRefreshFromTheEnvironment) {
+TEST_F(Loader, ReadsPoolAndRefreshFromTheEnvironment) {
     EXPECT_EXIT(readsPoolAndRefresh("0", "5", nullptr, false, 0, false), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(readsPoolAndRefresh("2", "5", nullptr, true, 5, false), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(readsPoolAndRefresh("-1", "5", "60", false, 0, true), testing::ExitedWithCode(0), "");
@@ -163,7 +169,7 @@ void updatesDiscovery() {
     leave();
 }
 
-TEST(Loader, CollectsDiscoveryGroupsAnewInEachPass) { EXPECT_EXIT(updatesDiscovery(), testing::ExitedWithCode(0), ""); }
+TEST_F(Loader, CollectsDiscoveryGroupsAnewInEachPass) { EXPECT_EXIT(updatesDiscovery(), testing::ExitedWithCode(0), ""); }
 
 // Counts its deletions.
 class Counted : public TestClass {
@@ -201,7 +207,7 @@ void terminates(bool requestRuns) {
     leave();
 }
 
-TEST(Terminate, DeletesAllUnlessARequestStillRuns) {
+TEST_F(Loader, TerminateDeletesAllUnlessARequestStillRuns) {
     EXPECT_EXIT(terminates(false), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(terminates(true), testing::ExitedWithCode(0), "");
 }

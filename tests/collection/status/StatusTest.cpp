@@ -70,6 +70,7 @@ TEST(PerfObjectStatus, TellsOfEachClassWhatItKnows) {
     EXPECT_EQ(collected(table, group.meta).column(0, "NUMCOLL"), "1");
     for (int i = 0; i < 10; ++i) idle.collectDataIfNeeded("x");
     EXPECT_EQ(collected(table, group.meta).column(0, "CACHPCT"), "10000");
+    list.removeClientClass(&table);  // it goes before the list does
 }
 
 TEST(PerfObjectStatus, HasTheColumnsThatTheMetadataNames) {

@@ -291,6 +291,7 @@ TEST(Binding, TwoRequestsOnAnExpiredClassBothGetFreshRowsQuickly) {
 
 TEST(Binding, ShutdownEndsARequestWhoseCollectionElsewhereHangs) {
     // A process of its own, because a shutdown is for ever.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             Door door;

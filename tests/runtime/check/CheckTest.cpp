@@ -1,0 +1,157 @@
+// The check of a reference file: each fault at its place, all faults of a file, and no text that breaks it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+#include "host/Scratch.h"
+#include "runtime/check/ReferenceCheck.h"
+
+namespace {
+
+using almanac::host::test::readFile;
+using testing::HasSubstr;
+
+// A file without a fault, a line each.
+const std::vector<std::string> kGood = {
+    "<agent>",                                                                                            // 1
+    "  <appl name=\"TST\" nodeType=\"TS\" affinity=\"X\" internalAgentVersion=\"01\"/>",                  // 2
+    "  <metadata>",                                                                                       // 3
+    "    <ag table=\"T\" name=\"G\">",                                                                    // 4
+    "      <attr name=\"TS\" type=\"1\" size=\"16\"/>",                                                   // 5
+    "      <attr name=\"A\" type=\"2\" size=\"8\"/>",                                                     // 6
+    "      <attr name=\"B\" type=\"0\" size=\"4\"/>",                                                     // 7
+    "    </ag>",                                                                                          // 8
+    "  </metadata>",                                                                                      // 9
+    "  <script app=\"TST\" ag=\"G\" name=\"s\" command=\"x\" separator=\",\">",                           // 10
+    "    <metric name=\"A\" type=\"STRING_DATA\" visible=\"true\" size=\"8\"/>",                          // 11
+    "    <metric name=\"B\" type=\"NUMERIC_DATA\" visible=\"true\" size=\"4\"/>",                         // 12
+    "  </script>",                                                                                        // 13
+    "</agent>",                                                                                           // 14
+};
+
+std::string fileWith(std::size_t line, const std::string& from, const std::string& to) {
+    std::string text;
+    for (std::size_t i = 0; i < kGood.size(); ++i) {
+        std::string one = kGood[i];
+        if (i + 1 == line) {
+            const std::size_t at = one.find(from);
+            EXPECT_NE(at, std::string::npos) << line << " " << from;
+            one.replace(at, from.size(), to);
+        }
+        text += one + "\n";
+    }
+    return text;
+}
+
+std::string report(const std::string& text) {
+    std::string all;
+    for (const Problem& p : checkReferenceText(text)) all += formatProblem("f", text, p);
+    return all;
+}
+
+TEST(Check, FindsEachFaultAtItsPlace) {
+    const struct {
+        std::size_t line;
+        const char* from;
+        const char* to;
+        const char* place;  // line:column and severity
+        const char* says;
+    } cases[] = {
+        {2, "name=\"TST\"", "name='TST'", "2:3: error", "Attribute value does not start with quote (values stand in double quotes)"},
+        {2, "nodeType", "nodetype", "2:20: error", "unknown attribute 'nodetype' of 'appl'; did you mean 'nodeType'?"},
+        {2, "nodeType=\"TS\"", "nodeType=\"A & B; C\"", "2:32: error", "Unrecognized entity"},
+        {2, "affinity=\"X\" internalAgentVersion=\"01\"", "affinity=\"%X\" internalAgentVersion=\"13\"", "2:70: error", "must be 1 to 12"},
+        {3, "<metadata>", "<metdata>", "9:3: error", "Mismatched end tag found: metadata != metdata"},
+        {5, "type=\"1\" ", "type=\"1\"\n", "5:31: error", "goes over two lines"},
+        {5, "name=\"TS\" ", "", "5:7: error", "'attr' needs the attribute 'name'"},
+        {6, "name=\"A\"", "name=\"B\"", "7:19: error", "attribute 'B' is declared twice in this group"},
+        {6, "type=\"2\"", "type=\"x\"", "6:28: error", "'x' is no number; it would count as 0"},
+        {7, "type=\"0\"", "type=\"11\"", "7:28: error", "type 11 is none"},
+        {7, "size=\"4\"", "size=\"3\"", "7:37: error", "has size 2 or 4, not 3"},
+        {8, "</ag>", "</ag >", "8:5: error", "Element ending tags cannot have attributes"},
+        {10, "ag=\"G\"", "ag=\"GG\"", "10:25: error", "attribute group 'GG' is not declared in the metadata; did you mean 'G'?"},
+        {10, "script", "scrpt", "13:3: error", "Mismatched end tag found: script != scrpt"},
+        {11, "name=\"A\"", "name=\"C\"", "11:", "C"},
+        {11, "STRING_DATA", "NUMERIC_DATA", "11:28: error", "a number meets an attribute of type 2, which is for texts"},
+        {12, "<metric ", "<metrik ", "12:5: error", "unknown element 'metrik' in section 'script'; did you mean 'metric'?"},
+        {12, "name=\"B\"", "name=\"A\"", "12:19: error", "metric 'A' is declared twice"},
+        {14, "</agent>", "", "1:1: error", "Missing end tag for element: agent"},
+        {14, "</agent>", "</agent></b>", "14:9: error", "Unbalanced end tag found:"},
+        {9, "</metadata>", "</metadata><ag/>", "9:", "unknown section 'ag'"},
+    };
+    EXPECT_EQ(report(fileWith(1, "<agent>", "<agent>")), "");
+    for (const auto& c : cases) {
+        const std::string found = report(fileWith(c.line, c.from, c.to));
+        const std::size_t at = found.find(std::string("f:") + c.place);
+        EXPECT_NE(at, std::string::npos) << c.to << " is told as\n" << found;
+        if (at != std::string::npos) {
+            EXPECT_THAT(found.substr(at, found.find('\n', at) - at), HasSubstr(c.says)) << found;
+        }
+    }
+}
+
+TEST(Check, OrderOfSectionsCounts) {
+    const std::string late = "<a><metadata></metadata><appl name=\"X\"/><repeatable_section name=\"S\"/></a>";
+    EXPECT_THAT(report(late), HasSubstr("f:1:25: error: appl must stand before metadata"));
+    EXPECT_THAT(report(late), HasSubstr("f:1:41: warning: repeatable_section stands behind appl"));
+    EXPECT_THAT(report("<a/>"), HasSubstr("no appl element"));
+    EXPECT_THAT(report(""), HasSubstr("the file holds no element"));
+}
+
+TEST(Check, TellsAllFaultsOfAFile) {
+    std::string text;
+    for (const std::string& line : kGood) text += line + "\n";
+    const auto replace = [&text](const char* from, const char* to) { text.replace(text.find(from), std::strlen(from), to); };
+    replace("nodeType=\"TS\"", "nodeType='TS'");
+    replace("type=\"0\"", "type=\"12\"");
+    replace("</ag>", "</ag >");
+    replace("ag=\"G\"", "ag=\"H\"");
+    const auto problems = checkReferenceText(text);
+    std::string all;
+    for (const Problem& p : problems) all += formatProblem("f", text, p);
+    for (const char* place : {"f:2:", "f:7:", "f:8:", "f:10:"}) EXPECT_THAT(all, HasSubstr(place));
+    for (std::size_t i = 1; i < problems.size(); ++i) EXPECT_LE(problems[i - 1].offset, problems[i].offset);
+}
+
+TEST(Check, ShowsTheLineWithACaret) {
+    const std::string text = "first\n\t\xC3\xA9 x\x01y\nlast";
+    EXPECT_EQ(formatProblem("a.xml", text, {10, Problem::Error, "text"}), "a.xml:2:5: error: text\n    \t\xC3\xA9 x?y\n    \t  ^\n");
+    EXPECT_EQ(formatProblem("a.xml", text, {0, Problem::Warning, "w"}), "a.xml:1:1: warning: w\n    first\n    ^\n");
+    EXPECT_EQ(formatProblem("a.xml", text, {999, Problem::Error, "end"}), "a.xml:3:5: error: end\n    last\n        ^\n");
+}
+
+TEST(Check, TheExampleHasNoFault) {
+    const char* source = std::getenv("ALMANAC_SOURCE_DIR");
+    const std::string text = readFile(std::string(source ? source : ".") + "/examples/host/host.xml");
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(report(text), "");
+}
+
+TEST(Check, NoTextBreaksIt) {
+    std::string good;
+    for (const std::string& line : kGood) good += line + "\n";
+    for (std::size_t cut = 0; cut <= good.size(); ++cut) checkReferenceText(good.substr(0, cut));
+    std::mt19937 random(7);
+    const std::string alphabet = "<>/=\"'&;!-? \n\t\x80" + std::string(1, '\0') + "aagmt";
+    for (int i = 0; i < 500; ++i) {
+        std::string text = i % 2 ? good : std::string();
+        for (int n = 0; n < 20; ++n) {
+            const std::size_t at = text.empty() ? 0 : random() % text.size();
+            text.insert(at, 1, alphabet[random() % alphabet.size()]);
+        }
+        for (const Problem& p : checkReferenceText(text)) EXPECT_FALSE(formatProblem("f", text, p).empty());
+    }
+    std::string open, closed;
+    for (int i = 0; i < 100000; ++i) {
+        closed += "<a>";
+        if (i < 3000) open += "<a>";
+    }
+    EXPECT_THAT(report(open + "<"), HasSubstr("error"));
+    for (int i = 0; i < 100000; ++i) closed += "</a>";
+    EXPECT_THAT(report(closed), HasSubstr("elements nest too deep"));
+}
+
+}  // namespace
