@@ -25,7 +25,7 @@ int wrongUsage(const CLI::App& app, const CLI::ParseError& e) {
     std::string text = e.what();
     std::string command = "almanac";
     for (const CLI::App* sub : app.get_subcommands()) command += " " + sub->get_name();
-    if (app.get_subcommands().empty()) {
+    if (app.get_subcommands().empty() && dynamic_cast<const CLI::RequiredError*>(&e)) {
         std::string known;
         for (const CLI::App* sub : app.get_subcommands({})) known += (known.empty() ? "" : ", ") + sub->get_name();
         const std::vector<std::string> rest = app.remaining();

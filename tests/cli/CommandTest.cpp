@@ -139,6 +139,7 @@ TEST_F(Command, OutputsAndFilters) {
     const Outcome unknown = almanac("frobnicate");
     EXPECT_EQ(unknown.status, 2);
     EXPECT_EQ(unknown.err.rfind("almanac: no command or option 'frobnicate'; the commands are run, stop", 0), 0u) << unknown.err;
+    EXPECT_EQ(almanac("--data-dir").err, "almanac: --data-dir: 1 required TEXT missing\nSee almanac --help\n");
     EXPECT_EQ(almanac("show One --limit 0").err, "almanac: --limit: '0' is no number of at least 1\nSee almanac show --help\n");
     EXPECT_EQ(almanac("show One -o xml").status, 2);
     EXPECT_EQ(almanac("--help").status, 0);
