@@ -110,6 +110,18 @@ TEST_F(Command, TheExampleTellsTheTruthAboutThisMachine) {
     ASSERT_TRUE(startExample()) << "the data directory of the first one serves the second";
 }
 
+TEST_F(Command, TheExampleReadsOddFileSystems) {
+    writeFile(data_.path("df"), "#!/bin/sh\ncat <<'E'\n"
+                                "Filesystem     Type  1K-blocks Used Avail Use%   Inodes IUse% Mounted on\n"
+                                "/dev/sda1      ext4        400   40   360  10%      100   25% /\n"
+                                "dev  name      tmpfs      4096    0  4096   0%      -       - /mnt/two  blanks|bar 9 9 9 9% 9 9% x\n"
+                                "host:/b        vfat          0    0     0    -       0      - /empty\nE\n");
+    ASSERT_EQ(shell("chmod +x '" + data_.path("df") + "'").status, 0);
+    const Outcome o = shell("PATH='" + data_.path("") + "':$PATH sh '" + source_ + "/examples/host/bin/filesystems.sh'");
+    EXPECT_EQ(o.out, "/|/dev/sda1|ext4|400|40|360|10|100|25\n"
+                     "/mnt/two  blanks?bar 9 9 9 9% 9 9% x|dev  name|tmpfs|4096|0|4096|0||\n");
+}
+
 TEST_F(Command, OutputsAndFilters) {
     const std::string file = oneTable("printf 'a,1\\nb &quot;q&quot;,22\\nc,-3\\n'");
     ASSERT_EQ(almanac("run --daemon '" + file + "'").status, 0);
