@@ -15,6 +15,7 @@
 
 #include "cli/ApiClient.h"
 #include "cli/Commands.h"
+#include "host/base/HostConfiguration.h"
 #include "host/base/Paths.h"
 
 namespace almanac::cli {
@@ -30,24 +31,32 @@ std::string directoryOf(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
-void setDefault(const char* name, const std::string& value) { setenv(name, value.c_str(), 0); }
+// A value of the host's configuration file stays what it is there.
+void setDefault(const char* name, const std::string& value) {
+    if (!host::hostConfigurationValue(name)) setenv(name, value.c_str(), 0);
+}
 
-// What the agent's own command line does not say.
-bool prepareEnvironment(const RunOptions& options, const std::string& file) {
+// What the agent's own command line does not say. kDone or the exit status, with one line.
+int prepareEnvironment(const RunOptions& options, const std::string& file) {
     setenv("AGENT_REF_FILE", file.c_str(), 1);
-    setDefault("CDP_BINPATH", directoryOf(file));
-    setDefault("AGENT_BIN_DIR", directoryOf(file) + "/bin");
-    setDefault("CDP_CORRECTIONS", "all");
-    if (!std::getenv("LC_ALL") && !std::getenv("LC_CTYPE") && !std::getenv("LANG")) setDefault("LC_ALL", "C.UTF-8");
     for (const std::string& setting : options.settings) {
         const std::size_t equals = setting.find('=');
         if (equals == std::string::npos || equals == 0) {
             complain("--set takes NAME=VALUE, not '" + setting + "'");
-            return false;
+            return kUsage;
         }
         setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
     }
-    return true;
+    std::string error;
+    if (!host::loadHostConfiguration(&error)) {
+        complain(error);
+        return kConfiguration;
+    }
+    setDefault("CDP_BINPATH", directoryOf(file));
+    setDefault("AGENT_BIN_DIR", directoryOf(file) + "/bin");
+    setDefault("CDP_CORRECTIONS", "all");
+    if (!std::getenv("LC_ALL") && !std::getenv("LC_CTYPE") && !std::getenv("LANG")) setenv("LC_ALL", "C.UTF-8", 1);
+    return kDone;
 }
 
 [[noreturn]] void execAgent(const RunOptions& options) {
@@ -121,16 +130,19 @@ pid_t runningAgent() {
     return pid > 1 ? pid : 0;
 }
 
-int runDaemon(const RunOptions& options) {
+// False, with one line, if the data directory cannot be used or another agent uses it.
+bool dataDirectoryIsFree() {
     std::string error;
     if (!host::prepareDataDirectory(&error)) {
         complain(error);
-        return kConfiguration;
+        return false;
     }
-    if (const pid_t pid = runningAgent()) {
-        complain("an agent runs already in " + host::dataDirectory() + " (pid " + std::to_string(pid) + ")");
-        return kConfiguration;
-    }
+    const pid_t pid = runningAgent();
+    if (pid != 0) complain("an agent runs already in " + host::dataDirectory() + " (pid " + std::to_string(pid) + ")");
+    return pid == 0;
+}
+
+int runDaemon(const RunOptions& options) {
     const std::string logPath = host::dataDirectory() + "/almanacd.log";
     struct stat info;
     const off_t logStart = stat(logPath.c_str(), &info) == 0 ? info.st_size : 0;
@@ -183,7 +195,9 @@ int runAgent(const RunOptions& options) {
         if (found == 1) complain("the reference file has errors; mend them, or run it as it is with --no-check");
         if (found != kDone) return kConfiguration;
     }
-    if (!prepareEnvironment(options, path)) return kUsage;
+    const int prepared = prepareEnvironment(options, path);
+    if (prepared != kDone) return prepared;
+    if (!dataDirectoryIsFree()) return kConfiguration;
     if (options.daemon) return runDaemon(options);
     execAgent(options);
 }

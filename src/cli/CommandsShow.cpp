@@ -1,12 +1,16 @@
 // tables, show, status, trace: the commands that ask the API.
+#include <strings.h>
 #include <unistd.h>
 
-#include <cctype>
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "cli/ApiClient.h"
 #include "cli/Commands.h"
@@ -57,10 +61,15 @@ std::string readableTimestamp(const std::string& t) {
 // A text column of the time stamp's length; its values are shown readable where they are time stamps.
 bool isTimestampColumn(const Json& column) { return !isNumeric(column) && column.value("length", 0) == 16; }
 
-void write(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+// To standard output; kFailed, with one line, if it takes no more.
+int write(const std::string& text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kDone;
+    complain(std::string("standard output: ") + std::strerror(errno));
+    return kFailed;
 }
+
+// An answer as it came, ended by a line feed.
+int writeAnswer(const std::string& body) { return write(body.empty() || body.back() != '\n' ? body + "\n" : body); }
 
 std::string rowsTarget(const ShowOptions& o) {
     std::string target = "/api/v1/tables/" + ApiClient::encode(o.table) + "/rows";
@@ -77,13 +86,25 @@ std::string rowsTarget(const ShowOptions& o) {
     return target;
 }
 
-// The columns to show: without --wide, origin and time stamp are told in the caption instead.
-std::vector<std::string> shownColumns(const Json& layout, const ShowOptions& o) {
-    std::vector<std::string> names;
-    for (const Json& column : layout["columns"]) names.push_back(column["name"].get<std::string>());
-    const bool captioned = !o.wide && o.columns.empty() && o.node.empty() && names.size() > 2;
-    if (captioned) names.erase(names.begin(), names.begin() + 2);
-    return names;
+bool sameName(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
+
+// The columns to show, in the order asked for: without --wide, origin and time stamp are told in the caption instead.
+std::vector<const Json*> shownColumns(const Json& layout, const ShowOptions& o) {
+    std::vector<const Json*> shown;
+    if (o.columns.empty()) {
+        for (const Json& column : layout["columns"]) shown.push_back(&column);
+        const bool captioned = !o.wide && o.node.empty() && shown.size() > 2;
+        if (captioned) shown.erase(shown.begin(), shown.begin() + 2);
+        return shown;
+    }
+    std::istringstream names(o.columns);
+    for (std::string name; std::getline(names, name, ',');) {
+        for (const Json& column : layout["columns"]) {
+            if (!sameName(column["name"].get<std::string>(), name)) continue;
+            if (std::find(shown.begin(), shown.end(), &column) == shown.end()) shown.push_back(&column);
+        }
+    }
+    return shown;
 }
 
 std::string caption(const Json& layout, const Json& rows) {
@@ -109,16 +130,8 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
     }
     const Json& rows = document["rows"];
     TextTable table;
-    std::vector<const Json*> columns;
-    for (const std::string& name : shownColumns(layout, o)) {
-        const bool present = o.columns.empty() || (!rows.empty() && rows[0].contains(name));
-        if (!present) continue;
-        for (const Json& column : layout["columns"]) {
-            if (column["name"] != name) continue;
-            table.addColumn(name, isNumeric(column));
-            columns.push_back(&column);
-        }
-    }
+    const std::vector<const Json*> columns = shownColumns(layout, o);
+    for (const Json* column : columns) table.addColumn((*column)["name"].get<std::string>(), isNumeric(*column));
     for (const Json& row : rows) {
         std::vector<std::string> cells;
         for (const Json* column : columns) {
@@ -131,8 +144,10 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
     }
     const std::string line = o.wide || !o.columns.empty() || !o.node.empty() ? "" : caption(layout, rows);
     if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
-    write(table.text(useColour()));
-    if (document.value("truncated", false)) std::fprintf(stderr, "more rows were left out (--limit)\n");
+    if (write(table.text(useColour())) != kDone) return kFailed;
+    if (document.value("truncated", false)) {
+        std::fprintf(stderr, "more rows were left out (%s)\n", o.limit > 0 ? "--limit" : "an answer holds no more");
+    }
     return kDone;
 }
 
@@ -143,9 +158,7 @@ int showOnce(const ApiClient& api, const ShowOptions& o) {
     if (type == kTypes.end()) return showAsText(api, o);
     const ApiAnswer answer = api.call(rowsTarget(o), type->second, nullptr);
     if (answer.status != 200) return refused(answer);
-    write(answer.body);
-    if (!answer.body.empty() && answer.body.back() != '\n') write("\n");
-    return kDone;
+    return answer.body.empty() ? kDone : writeAnswer(answer.body);
 }
 
 // One line of the status table for each attribute group, by its name.
@@ -244,8 +257,7 @@ int listTables(const std::string& output) {
     const ApiAnswer answer = api.call("/api/v1/tables", kJson, nullptr);
     if (answer.status != 200) return refused(answer);
     if (output == "json") {
-        write(answer.body + "\n");
-        return kDone;
+        return writeAnswer(answer.body);
     }
     const Json document = Json::parse(answer.body, nullptr, false);
     TextTable table;
@@ -255,8 +267,7 @@ int listTables(const std::string& output) {
     for (const Json& t : document["tables"]) {
         table.addRow({cellText(t["name"]), cellText(t["columns"]), cellText(t.value("last_rows", Json()))});
     }
-    write(table.text(useColour()));
-    return kDone;
+    return write(table.text(useColour()));
 }
 
 int showStatus(const std::string& output) {
@@ -264,8 +275,7 @@ int showStatus(const std::string& output) {
     const ApiAnswer answer = api.call("/api/v1/status", kJson, nullptr);
     if (answer.status != 200) return refused(answer);
     if (output == "json") {
-        write(answer.body + "\n");
-        return kDone;
+        return writeAnswer(answer.body);
     }
     const Json document = Json::parse(answer.body, nullptr, false);
     if (!document.is_object() || !document.contains("tables")) {
@@ -283,7 +293,7 @@ int showStatus(const std::string& output) {
         const auto row = perf.find(cellText(t["name"]));
         table.addRow(statusRow(t, row == perf.end() ? nullptr : &row->second));
     }
-    write(table.text(useColour()));
+    if (write(table.text(useColour())) != kDone) return kFailed;
     if (perf.empty()) {
         std::fprintf(stderr, "The reference file declares no Performance_Object_Status group, so states are not known.\n");
     }
@@ -296,8 +306,7 @@ int traceCommand(const std::string& spec) {
     const ApiAnswer answer = api.call("/api/v1/trace", kJson, spec.empty() ? nullptr : &body);
     if (answer.status != 200) return refused(answer);
     const Json document = Json::parse(answer.body, nullptr, false);
-    write((document.is_object() && document.contains("spec") ? cellText(document["spec"]) : answer.body) + "\n");
-    return kDone;
+    return write((document.is_object() && document.contains("spec") ? cellText(document["spec"]) : answer.body) + "\n");
 }
 
 }  // namespace almanac::cli

@@ -2,6 +2,9 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
 
 #include "cli/Commands.h"
 
@@ -9,13 +12,43 @@ namespace {
 
 using namespace almanac::cli;
 
+CLI::Validator atLeastOne() {
+    const auto check = [](const std::string& text) {
+        const bool number = !text.empty() && text.size() < 19 && text.find_first_not_of("0123456789") == std::string::npos;
+        return number && text.find_first_not_of('0') != std::string::npos ? "" : "'" + text + "' is no number of at least 1";
+    };
+    return CLI::Validator(check, "");
+}
+
+// "almanac: what is wrong" and where to read on, in one line each.
+int wrongUsage(const CLI::App& app, const CLI::ParseError& e) {
+    std::string text = e.what();
+    std::string command = "almanac";
+    for (const CLI::App* sub : app.get_subcommands()) command += " " + sub->get_name();
+    if (app.get_subcommands().empty() && dynamic_cast<const CLI::RequiredError*>(&e)) {
+        std::string known;
+        for (const CLI::App* sub : app.get_subcommands({})) known += (known.empty() ? "" : ", ") + sub->get_name();
+        const std::vector<std::string> rest = app.remaining();
+        if (rest.empty()) {
+            text = "which command? There are " + known;
+        } else {
+            text = "no command or option '" + rest[0] + "'; the commands are " + known;
+        }
+    }
+    complain(text);
+    std::cerr << "See " << command << " --help\n";
+    return kUsage;
+}
+
 void addRun(CLI::App& app, RunOptions& o, int& status) {
     CLI::App* run = app.add_subcommand("run", "Check a reference file and run its agent");
     run->add_option("FILE", o.file, "The agent reference file")->required();
     run->add_flag("-d,--daemon", o.daemon, "In the background; returns once the tables are ready");
     run->add_option("-i,--instance", o.instance, "Name of this instance, for several agents of one kind");
-    run->add_option("-s,--set", o.settings, "A setting of the agent, NAME=VALUE (repeatable)")->take_all();
-    run->add_flag("!--no-check", o.check, "Run the file even if it has errors");
+    run->add_option("-s,--set", o.settings, "A setting of the agent, NAME=VALUE (repeatable)")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    run->add_flag_callback("--no-check", [&] { o.check = false; }, "Run the file even if it has errors");
     run->callback([&] { status = runAgent(o); });
     app.add_subcommand("stop", "Stop the agent of the data directory")->callback([&] { status = stopAgent(); });
 }
@@ -26,7 +59,7 @@ void addShow(CLI::App& app, ShowOptions& o, int& status) {
     show->add_option("-f,--filter", o.filter, "Such as \"Used_Percent > 80 AND Type = 'ext4' OR SCAN(Device,'nvme')\"");
     show->add_option("-c,--columns", o.columns, "Column names, separated by commas");
     show->add_option("-n,--node", o.node, "A managed system, for tables of subnodes");
-    show->add_option("-l,--limit", o.limit, "At most so many rows")->check(CLI::PositiveNumber);
+    show->add_option("-l,--limit", o.limit, "At most so many rows")->check(atLeastOne());
     show->add_option("-o,--output", o.output, "table, json, ndjson or csv")
         ->check(CLI::IsMember({"table", "json", "ndjson", "csv"}));
     show->add_option("-w,--watch", o.watch, "Again and again, such as every 2s");
@@ -75,7 +108,8 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kDone : kUsage;
+        if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+        return wrongUsage(app, e);
     }
     return status;
 }

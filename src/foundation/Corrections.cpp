@@ -10,7 +10,7 @@
 namespace {
 
 constexpr Correction kCorrections[] = {
-    {"event-console", "the calls of the event console work: events of log files reach the host's event feed"},
+    {"event-console", "the host is told to answer the event console's calls itself; the working calls come with the log source"},
     {nullptr, nullptr},
 };
 constexpr int kCount = static_cast<int>(std::size(kCorrections)) - 1;

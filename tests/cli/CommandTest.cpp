@@ -99,12 +99,27 @@ TEST_F(Command, TheExampleTellsTheTruthAboutThisMachine) {
     const Outcome status = almanac("status");
     EXPECT_NE(status.out.find("OBJECT_ACTIVE"), std::string::npos) << status.out;
     EXPECT_NE(status.out.find("never"), std::string::npos) << "Packages has not been asked for";
-    const Outcome again = almanac("run --daemon '" + example() + "'");
-    EXPECT_EQ(again.status, 78) << "a second agent in the same data directory";
+    for (const char* how : {"run --daemon '", "run --set A=1 '"}) {
+        const Outcome again = almanac(how + example() + "'");
+        EXPECT_EQ(again.status, 78) << "a second agent in the same data directory";
+        EXPECT_NE(again.err.find("\nalmanac: an agent runs already in " + data_.path("data") + " (pid "), std::string::npos) << again.err;
+    }
     EXPECT_EQ(almanac("stop").status, 0);
     EXPECT_EQ(almanac("stop").status, 1);
     EXPECT_EQ(almanac("tables").status, 1);
     ASSERT_TRUE(startExample()) << "the data directory of the first one serves the second";
+}
+
+TEST_F(Command, TheExampleReadsOddFileSystems) {
+    writeFile(data_.path("df"), "#!/bin/sh\ncat <<'E'\n"
+                                "Filesystem     Type  1K-blocks Used Avail Use%   Inodes IUse% Mounted on\n"
+                                "/dev/sda1      ext4        400   40   360  10%      100   25% /\n"
+                                "dev  name      tmpfs      4096    0  4096   0%      -       - /mnt/two  blanks|bar 9 9 9 9% 9 9% x\n"
+                                "host:/b        vfat          0    0     0    -       0      - /empty\nE\n");
+    ASSERT_EQ(shell("chmod +x '" + data_.path("df") + "'").status, 0);
+    const Outcome o = shell("PATH='" + data_.path("") + "':$PATH sh '" + source_ + "/examples/host/bin/filesystems.sh'");
+    EXPECT_EQ(o.out, "/|/dev/sda1|ext4|400|40|360|10|100|25\n"
+                     "/mnt/two  blanks?bar 9 9 9 9% 9 9% x|dev  name|tmpfs|4096|0|4096|0||\n");
 }
 
 TEST_F(Command, OutputsAndFilters) {
@@ -119,6 +134,13 @@ TEST_F(Command, OutputsAndFilters) {
     EXPECT_NE(table.err.find("3 rows"), std::string::npos);
     EXPECT_EQ(table.out.find('\033'), std::string::npos) << "no escapes but to a terminal";
 
+    EXPECT_EQ(almanac("show One -c Number,name --limit 1").out, "Number  Name\n     1  a\n") << "the order asked for";
+    EXPECT_EQ(almanac("show One -c Number --filter 'Number > 99'").out, "Number\n") << "the header of no rows";
+    EXPECT_EQ(almanac("tables -o json").out.find("\n\n"), std::string::npos);
+    const Outcome full = almanac("show One >/dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_NE(full.err.find("standard output: No space left on device"), std::string::npos) << full.err;
+
     const Outcome badFilter = almanac("show One --filter 'Nme = 1'");
     EXPECT_EQ(badFilter.status, 2);
     EXPECT_NE(badFilter.err.find("Name"), std::string::npos) << badFilter.err;
@@ -126,9 +148,22 @@ TEST_F(Command, OutputsAndFilters) {
     EXPECT_EQ(almanac("show Nothing").status, 1);
     EXPECT_EQ(almanac("show One --watch soon").status, 2);
     EXPECT_EQ(almanac("show").status, 2);
-    EXPECT_EQ(almanac("frobnicate").status, 2);
+    const Outcome unknown = almanac("frobnicate");
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.err.rfind("almanac: no command or option 'frobnicate'; the commands are run, stop", 0), 0u) << unknown.err;
+    EXPECT_EQ(almanac("--data-dir").err, "almanac: --data-dir: 1 required TEXT missing\nSee almanac --help\n");
+    EXPECT_EQ(almanac("show One --limit 0").err, "almanac: --limit: '0' is no number of at least 1\nSee almanac show --help\n");
     EXPECT_EQ(almanac("show One -o xml").status, 2);
     EXPECT_EQ(almanac("--help").status, 0);
+}
+
+TEST_F(Command, TheHostsConfigurationGoesBeforeTheDefaultsOfRun) {
+    writeFile(data_.path("host.toml"), "[environment]\nAGENT_BIN_DIR = \"/from/file\"\nAGENT_LIB_DIR = \"/lib\"\n");
+    const std::string file = oneTable("echo ${AGENT_BIN_DIR}${AGENT_LIB_DIR},1",
+                                      "<env_variable name=\"AGENT_BIN_DIR\"/><env_variable name=\"AGENT_LIB_DIR\"/>\n");
+    const std::string configuration = "ALMANAC_CONFIG='" + data_.path("host.toml") + "' ";
+    ASSERT_EQ(almanac("run --daemon --set AGENT_LIB_DIR=/set '" + file + "'", configuration).status, 0);
+    EXPECT_EQ(almanac("show One -o ndjson -c Name").out, "{\"Name\":\"/from/file/set\"}\n");
 }
 
 TEST_F(Command, TraceIsSetWhileTheAgentRuns) {
@@ -166,6 +201,10 @@ TEST_F(Command, FaultsOfTheStartAreOneLineAndAnExitCode) {
     const Outcome forced = almanac("run --daemon --no-check '" + broken + "'");
     EXPECT_EQ(forced.status, 78);
     EXPECT_NE(forced.err.find("Fatal XML error: Attribute value does not start with quote"), std::string::npos) << forced.err;
+    writeFile(data_.path("host.toml"), "[environment]\nA = [1]\n");
+    const Outcome unread = almanac("run --no-check '" + example() + "'", "ALMANAC_CONFIG='" + data_.path("host.toml") + "' ");
+    EXPECT_EQ(unread.status, 78);
+    EXPECT_EQ(unread.err, "almanac: " + data_.path("host.toml") + ":2:5: environment.A is no text, number or boolean\n");
     EXPECT_EQ(almanac("check '" + data_.path("missing.xml") + "'").status, 78);
     EXPECT_EQ(almanac("check /").status, 78);
     EXPECT_EQ(almanac("check '" + example() + "'").status, 0);

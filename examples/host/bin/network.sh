@@ -1,21 +1,23 @@
 #!/bin/sh
 # One line for each interface:
 # name|state|MTU|received bytes|packets|errors|sent bytes|packets|errors|hardware address
+# An interface that goes away while it is read has no line.
+exec 2>/dev/null
 for path in /sys/class/net/*; do
-    [ -r "$path/statistics/rx_bytes" ] || continue
+    read -r word < "$path/operstate" || continue
     state=0
-    read -r word < "$path/operstate"
     case $word in
         up) state=6 ;;
         down) state=2 ;;
-        unknown) read -r flags < "$path/flags"; [ $((flags & 1)) -eq 1 ] && state=6 ;;   # loopback tells no state
+        unknown) read -r flags < "$path/flags" && [ $((flags & 1)) -eq 1 ] && state=6 ;;   # loopback tells no state
     esac
     line="${path##*/}|$state"
     for file in mtu statistics/rx_bytes statistics/rx_packets statistics/rx_errors \
-                statistics/tx_bytes statistics/tx_packets statistics/tx_errors address; do
-        value=
-        read -r value < "$path/$file"
+                statistics/tx_bytes statistics/tx_packets statistics/tx_errors; do
+        read -r value < "$path/$file" || continue 2
         line="$line|$value"
     done
-    echo "$line"
+    address=
+    read -r address < "$path/address"     # empty where an interface has none
+    echo "$line|$address"
 done

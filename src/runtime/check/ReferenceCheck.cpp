@@ -11,6 +11,7 @@
 #include "collection/rows/RawMetricType.h"
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
+#include "foundation/Utilities.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
 
@@ -61,7 +62,10 @@ class Checker {
         checkApplication();
         for (const XmlElement* section : sections_) checkSection(*section);
         for (const XmlElement* group : groups_) checkGroup(*group);
-        for (const XmlElement* section : providers_) checkProvider(*section);
+        for (const XmlElement* section : providers_) {
+            checkProvider(*section);
+            checkVariables(*section, *section);
+        }
         checkUnused();
     }
 
@@ -388,6 +392,50 @@ class Checker {
         if (textCell == textColumn || raw == VALUE_CHANGED) return;
         error(placeOf(metric, "type"), std::string("a ") + (textCell ? "text" : "number") + " meets an attribute of type " +
                                            (attr.value("type") ? attr.value("type") : "0") + ", which is for " + (textColumn ? "texts" : "numbers"));
+    }
+
+    // ${NAME} in any value of a provider's section. References are replaced while the section's start tag is read, so an
+    // env_variable behind it comes too late.
+    void checkVariables(const XmlElement& section, const XmlElement& e) {
+        for (const XmlAttribute& a : e.attributes) {
+            std::size_t open = a.value.find("${");
+            for (; open != std::string::npos; open = a.value.find("${", open)) {
+                const std::size_t end = a.value.find_first_of("}\n", open);
+                if (end == std::string::npos || a.value[end] == '\n') {
+                    open += 2;
+                    continue;
+                }
+                checkVariable(section, a, a.value.substr(open + 2, end - open - 2));
+                open = end + 1;
+            }
+        }
+        for (const XmlElement& child : e.children) checkVariables(section, child);
+    }
+
+    void checkVariable(const XmlElement& section, const XmlAttribute& a, const std::string& name) {
+        if (!isSubstituteAllowed(name.c_str())) {
+            error(a.valueOffset, "'${" + name + "}' may not be substituted and disappears; write $" + shellName(name) +
+                                     " where the shell is to replace it");
+            return;
+        }
+        const auto takes = [&](const XmlElement* s) {
+            const char* taken = s->name == "env_variable" ? s->value("name") : nullptr;
+            return taken && name == taken;
+        };
+        const auto found = std::find_if(sections_.begin(), sections_.end(), takes);
+        if (found == sections_.end()) {
+            warning(a.valueOffset, "no env_variable element takes '" + name + "' from the environment: '${" + name +
+                                       "}' is empty unless the instance's configuration sets it");
+        } else if ((*found)->offset > section.offset) {
+            warning(a.valueOffset, "the env_variable element of '" + name + "' stands behind this section: it comes too late");
+        }
+    }
+
+    // What a shell would take as the variable of ${NAME}, ${NAME:-default} and the like.
+    static std::string shellName(const std::string& reference) {
+        std::size_t end = 0;
+        while (end < reference.size() && (std::isalnum(static_cast<unsigned char>(reference[end])) || reference[end] == '_')) ++end;
+        return end > 0 ? reference.substr(0, end) : "NAME";
     }
 
     void checkUnused() {

@@ -101,6 +101,25 @@ TEST(Check, OrderOfSectionsCounts) {
     EXPECT_THAT(report(""), HasSubstr("the file holds no element"));
 }
 
+TEST(Check, VariablesOfCommands) {
+    const auto withCommand = [](const std::string& command, const std::string& ahead = "") {
+        std::string text = fileWith(10, "command=\"x\"", "command=\"" + command + "\"");
+        return text.insert(text.find("  <script"), ahead);
+    };
+    const std::string variable = "<env_variable name=\"AGENT_BIN_DIR\"/>\n";
+    // What the shell replaces, and what no brace closes, is none of the agent's business.
+    EXPECT_EQ(report(withCommand("$HOME/x $(date) ${ {", variable)), "");
+    EXPECT_EQ(report(withCommand("${AGENT_BIN_DIR}/x ${AGENT_BIN_DIR}", variable)), "");
+    EXPECT_THAT(report(withCommand("${AGENT_BIN_DIR}/x")), HasSubstr("f:10:46: warning: no env_variable element takes 'AGENT_BIN_DIR'"));
+    std::string late = withCommand("${AGENT_BIN_DIR}/x");
+    late.insert(late.find("</agent>"), variable);
+    EXPECT_THAT(report(late), HasSubstr("warning: the env_variable element of 'AGENT_BIN_DIR' stands behind this section"));
+    const std::string two = report(withCommand("${AGENT_BIN_DIR}/x ${HOME:-/} ${AGENT_BIN_DIR }", variable));
+    EXPECT_THAT(two, HasSubstr("f:11:46: error: '${HOME:-/}' may not be substituted and disappears; write $HOME"));
+    EXPECT_THAT(two, HasSubstr("error: '${AGENT_BIN_DIR }' may not be substituted"));
+    EXPECT_THAT(report(fileWith(11, "size=\"8\"", "size=\"8\" metricName=\"${X}\"")), HasSubstr("f:11:77: error: '${X}'"));
+}
+
 TEST(Check, TellsAllFaultsOfAFile) {
     std::string text;
     for (const std::string& line : kGood) text += line + "\n";
