@@ -50,12 +50,16 @@ std::string cellText(const Json& value, int decimals = 0) {
 bool isNumeric(const Json& column) { return column.value("type", "text") != "text"; }
 
 // "1261122213305000": century, year, month, day, hour, minute, second, milliseconds.
+// Anything else comes back as it is.
 std::string readableTimestamp(const std::string& t) {
-    if (t.size() < 13 || t.find_first_not_of("0123456789") != std::string::npos) return t;
+    if (t.size() != 16 || t.find_first_not_of("0123456789") != std::string::npos) return t;
     const int year = 1900 + std::atoi(t.substr(0, 3).c_str());
     return std::to_string(year) + "-" + t.substr(3, 2) + "-" + t.substr(5, 2) + " " + t.substr(7, 2) + ":" + t.substr(9, 2) +
            ":" + t.substr(11, 2);
 }
+
+// A text column of the time stamp's length; its values are shown readable where they are time stamps.
+bool isTimestampColumn(const Json& column) { return !isNumeric(column) && column.value("length", 0) == 16; }
 
 // To standard output; kFailed, with one line, if it takes no more.
 int write(const std::string& text) {
@@ -132,7 +136,9 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
         std::vector<std::string> cells;
         for (const Json* column : columns) {
             const std::string name = (*column)["name"];
-            cells.push_back(row.contains(name) ? cellText(row[name], column->value("decimals", 0)) : "");
+            std::string cell = row.contains(name) ? cellText(row[name], column->value("decimals", 0)) : "";
+            if (isTimestampColumn(*column)) cell = readableTimestamp(cell);
+            cells.push_back(std::move(cell));
         }
         table.addRow(std::move(cells));
     }

@@ -72,6 +72,7 @@ void addShow(CLI::App& app, ShowOptions& o, int& status) {
 int main(int argc, char** argv) {
     CLI::App app("Almanac: a generic monitoring agent. Tables of anything, declared in one file.", "almanac");
     app.require_subcommand(1);
+    app.fallthrough();  // --data-dir may stand behind the command too
     app.set_version_flag("--version", "almanac " ALMANAC_VERSION);
     std::string dataDirectory;
     app.add_option_function<std::string>(

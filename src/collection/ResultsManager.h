@@ -80,8 +80,8 @@ class ResultsManager : public VXClientClass {
     bool isCollecting();
     void acquireResultsLock();
     void releaseResultsLock();
-    // Delivers one event row at once. A pure event based class keeps it in its cache and owns it from then on (unless
-    // the cache has no room at all); otherwise the row stays the caller's.
+    // Delivers one event row at once. A pure event based class owns the row from then on (its cache keeps it, or it is
+    // deleted where the cache has no room at all); otherwise it stays the caller's.
     void sendEventData(ResultInstance* row);
     // Tells the join classes that use this class as a source of the row, which stays the caller's.
     void sendJoinedEventData(ResultInstance* row);

@@ -238,7 +238,7 @@ class aghbx {
 // ---- Actions --------------------------------------------------------------------------------------------------
 
 // One command on its way through the agent: what was asked and what came of it. The framework owns it; the agent
-// reports with SetMessage and SetResults and ends with aghbx::FinishedAutomationCommand or FinishedCommand.
+// reports with SetMessage and SetResults and ends with FinishedAutomationCommand of the request it came with.
 class AghbxAutomationCapsule {
   public:
     AghbxAutomationCapsule(const char* command, const char* user, aghbx* request);

@@ -23,6 +23,7 @@ struct ZLC2_LocaleData {
     bool utf8 = false;
     bool convertible = false;  // iconv knows the way to UTF-8
     bool ascii = false;        // the bytes 0 to 127 stand for themselves
+    iconv_t resident = reinterpret_cast<iconv_t>(-1);  // never used nor closed: keeps the set's module loaded
 };
 
 namespace almanac::host {
@@ -30,10 +31,22 @@ namespace {
 
 constexpr std::size_t kDescriptorsPerThread = 8;
 
+// Opening and closing descriptors loads and unloads modules of the C library, one at a time.
+std::mutex& descriptors() {
+    static std::mutex* const lock = new std::mutex;
+    return *lock;
+}
+
+iconv_t openDescriptor(const char* characterSet) {
+    const std::lock_guard<std::mutex> hold(descriptors());
+    return iconv_open("UTF-8", characterSet);
+}
+
 class Converter {
   public:
-    explicit Converter(const char* characterSet) : descriptor_(iconv_open("UTF-8", characterSet)) {}
+    explicit Converter(const char* characterSet) : descriptor_(openDescriptor(characterSet)) {}
     ~Converter() {
+        const std::lock_guard<std::mutex> hold(descriptors());
         if (usable()) iconv_close(descriptor_);
     }
     Converter(const Converter&) = delete;
@@ -125,7 +138,8 @@ std::unique_ptr<const ZLC2_LocaleData> makeLocale(const std::string& characterSe
     made->utf8 = isUtf8Name(characterSet);
     made->characterSet = made->utf8 ? "UTF-8" : characterSet;
     made->convertible = made->utf8;
-    if (!made->utf8 && Converter(characterSet.c_str()).usable()) {
+    if (!made->utf8) made->resident = openDescriptor(characterSet.c_str());
+    if (made->resident != reinterpret_cast<iconv_t>(-1)) {
         made->convertible = true;
         std::string ascii;
         for (int c = 0; c < 128; ++c) ascii += static_cast<char>(c);
