@@ -166,6 +166,18 @@ TEST_F(Command, TheHostsConfigurationGoesBeforeTheDefaultsOfRun) {
     EXPECT_EQ(almanac("show One -o ndjson -c Name").out, "{\"Name\":\"/from/file/set\"}\n");
 }
 
+TEST_F(Command, RelativePathsAreMeantFromTheStart) {
+    writeFile(data_.path("host.toml"), "[environment]\nALM_X = 1\n");
+    const std::string file = oneTable("echo a,1");
+    const std::string at = "cd '" + data_.path("") + "' && ALMANAC_CONFIG=host.toml ALMANAC_SOCKET=api ";
+    // The agent's working directory is the folder of its file, here another one than the start's.
+    ASSERT_EQ(shell("mkdir -p '" + data_.path("elsewhere") + "' && mv '" + file + "' '" + data_.path("elsewhere") + "'").status, 0);
+    const Outcome run = almanac("--data-dir data run -d elsewhere/one.xml", at);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(almanac("--data-dir data show One -o ndjson -c Name", at).out, "{\"Name\":\"a\"}\n");
+    EXPECT_EQ(shell("ls '" + data_.path("elsewhere") + "'").out, "one.xml\n");
+}
+
 TEST_F(Command, TraceIsSetWhileTheAgentRuns) {
     ASSERT_EQ(almanac("run --daemon '" + oneTable("echo a,1") + "'").status, 0);
     EXPECT_EQ(almanac("trace").out, "ERROR\n");

@@ -157,7 +157,7 @@ class Host {
         if (!prepareDataDirectory(error) || !loadHostConfiguration(error) || !lock_.take(directory_, error))
             return false;
         const char* socket = ZSV1_GetEnv("ALMANAC_SOCKET");
-        if (!server_.listenUnix(socket && *socket ? socket : directory_ + "/almanac.sock", error))
+        if (!server_.listenUnix(socket && *socket ? fromStart(socket) : directory_ + "/almanac.sock", error))
             return false;
         const char* port = ZSV1_GetEnv("ALMANAC_HTTP_PORT");
         if (port && *port && !listenTcp(port, error)) return false;

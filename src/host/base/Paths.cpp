@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <mutex>
 #include <vector>
@@ -13,6 +14,12 @@
 
 namespace almanac::host {
 namespace {
+
+// Taken before main, which may change the working directory. "/" where it cannot be told.
+const std::string& startDirectory = *new std::string([] {
+    char path[PATH_MAX];
+    return std::string(getcwd(path, sizeof path) ? path : "/");
+}());
 
 std::string processValue(const char* name) {
     const char* const value = ZSV1_GetProcessEnv(name);
@@ -66,9 +73,13 @@ ProgramName& program() {
 
 }  // namespace
 
+std::string fromStart(const std::string& path) {
+    return path.empty() || path.front() == '/' ? path : startDirectory + (startDirectory == "/" ? "" : "/") + path;
+}
+
 std::string dataDirectory() {
     const std::string chosen = processValue("ALMANAC_DATA_DIR");
-    if (!chosen.empty()) return withoutTrailingSlash(chosen);
+    if (!chosen.empty()) return withoutTrailingSlash(fromStart(chosen));
     if (geteuid() == 0) return "/var/lib/almanac";
     const std::string state = processValue("XDG_STATE_HOME");
     if (!state.empty() && state.front() == '/') return withoutTrailingSlash(state) + "/almanac";
@@ -95,7 +106,7 @@ bool prepareDataDirectory(std::string* error) {
 
 std::string hostConfigurationFile() {
     const std::string chosen = processValue("ALMANAC_CONFIG");
-    return chosen.empty() ? dataDirectory() + "/almanac.toml" : chosen;
+    return chosen.empty() ? dataDirectory() + "/almanac.toml" : fromStart(chosen);
 }
 
 void setProgramName(const std::string& name) {

@@ -6,6 +6,10 @@
 
 namespace almanac::host {
 
+// A path as it was meant at the start of the process, whose working directory changes later: a relative one gets the
+// working directory of the start in front.
+std::string fromStart(const std::string& path);
+
 // ALMANAC_DATA_DIR; without it /var/lib/almanac for root and "$XDG_STATE_HOME/almanac" for anybody else, or
 // "$HOME/.local/state/almanac" (XDG Base Directory 0.8). Without a home directory the one of
 // the password file. No '/' at the end. Never creates anything.
