@@ -10,6 +10,7 @@
 #include <sstream>
 #include <toml.hpp>
 
+#include "host/base/Descriptor.h"
 #include "host/base/Utf8.h"
 
 namespace almanac::host {
@@ -17,20 +18,6 @@ namespace {
 
 // Comments are not wanted here, and sorted tables make the outcome the same for the same file.
 using Value = toml::basic_value<toml::discard_comments, std::map, std::vector>;
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 TomlRead broken(std::string* error, const std::string& text) {
     if (error) *error = text;

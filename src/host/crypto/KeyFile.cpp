@@ -11,24 +11,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/base/Descriptor.h"
 #include "host/base/Paths.h"
 
 namespace almanac::host {
 namespace {
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 bool fail(std::string* error, const std::string& text) {
     if (error) *error = text;

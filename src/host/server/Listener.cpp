@@ -10,29 +10,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/base/Descriptor.h"
+
 namespace almanac::host {
 namespace {
 
 constexpr int kBacklog = 128;
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-    int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-  private:
-    int fd_;
-};
 
 int fail(const std::string& what, std::string* error) {
     *error = what + ": " + std::strerror(errno);
