@@ -10,6 +10,7 @@
 #include "collection/RowSink.h"
 #include "collection/SubnodeDirectory.h"
 #include "foundation/Clock.h"
+#include "foundation/OwnedMap.h"
 #include "foundation/Trace.h"
 #include "foundation/Utilities.h"
 #include "platform/zsb.h"
@@ -97,12 +98,7 @@ VXClientClass::~VXClientClass() {
     std::free(productCode_);
     std::free(attributeGroup_);
     if (agentDefPerfEnumHash) {
-        agentDefPerfEnumHash->foreach (
-            [](const char* key, const void* value, void*) {
-                std::free(const_cast<char*>(key));
-                std::free(const_cast<void*>(value));
-            },
-            nullptr);
+        freeKeysAndValues(*agentDefPerfEnumHash);
         delete agentDefPerfEnumHash;
         agentDefPerfEnumHash = nullptr;
     }

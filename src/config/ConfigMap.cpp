@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/OwnedMap.h"
 #include "foundation/Trace.h"
 #include "platform/zsb.h"
 
@@ -33,12 +34,7 @@ bool endsWith(const std::string& t, const std::string& suffix) {
 
 ConfigMap::~ConfigMap() {
     if (!localMap_) return;
-    localMap_->foreach (
-        [](const char* key, const void* value, void*) {
-            std::free(const_cast<char*>(key));
-            std::free(const_cast<void*>(value));
-        },
-        nullptr);
+    freeKeysAndValues(*localMap_);
     delete localMap_;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "config/ConfigMap.h"
+#include "foundation/OwnedMap.h"
 #include "foundation/Trace.h"
 #include "platform/zsb.h"
 
@@ -110,12 +111,7 @@ HashMap* getSubnodeInstanceEnv(const char* key, const char* section) {
 
 void freeSubnodeInstanceEnv(HashMap* env) {
     if (!env) return;
-    env->foreach (
-        [](const char* key, const void* value, void*) {
-            std::free(const_cast<char*>(key));
-            std::free(const_cast<void*>(value));
-        },
-        nullptr);
+    freeKeysAndValues(*env);
     delete env;
 }
 

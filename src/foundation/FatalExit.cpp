@@ -31,10 +31,6 @@ constinit std::atomic<void (*)(int)> exitHook{nullptr};
 
 void setsignalThread(pthread_t thread) { signalThread.store(thread); }
 
-void clearsignalThread() { signalThread.store(kNoThread); }
-
-bool hasSignalThread() { return signalThread.load() != kNoThread; }
-
 bool claimExit() {
     pthread_t nobody = kNoThread;
     return exitClaimant.compare_exchange_strong(nobody, pthread_self());

@@ -11,9 +11,6 @@
 
 // Names the thread that takes the process's signals.
 void setsignalThread(pthread_t thread);
-// Forgets it (at the very end, and in tests).
-void clearsignalThread();
-bool hasSignalThread();
 
 // Of all threads that want to end the process the first one gets true; the others must park with parkForEver.
 bool claimExit();

@@ -166,13 +166,7 @@ void AgTerminate() {
             delete queryClass;
         }
     }
-    metaMap.foreach (
-        [](const char* key, const void* value, void*) {
-            delete static_cast<AttributeGroupMeta*>(const_cast<void*>(value));
-            std::free(const_cast<char*>(key));
-        },
-        nullptr);
-    metaMap.clear();
+    deleteAllMetadata();
     delete queryClassList;
     queryClassList = nullptr;
 }

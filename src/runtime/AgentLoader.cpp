@@ -182,7 +182,7 @@ void updateDiscoveryAttributeGroups() {
 void startDiscoveryThread() {
     TRACE_FUNCTION();
     discoveryStop.threadStarted();
-    pthread_t thread;
+    pthread_t thread{};
     const int rc = pthread_create(&thread, nullptr, periodicallyUpdateDiscoveryAttributeGroups, nullptr);
     if (rc == 0) {
         pthread_detach(thread);

@@ -27,6 +27,11 @@ ConfigOpStatus* failed(ConfigOpStatus* status) {
     return status;
 }
 
+ConfigOpStatus* noFile(ConfigOpStatus* status) {
+    status->set(CONFIG_NO_FILE, "Configuration file could not be opened.");
+    return failed(status);
+}
+
 void addProperty(ConfigFile& file, ZCF::ConfigSection target, const char* section, int index, const char* property) {
     TRACE_FUNCTION();
     const char* equals = std::strchr(property, '=');
@@ -78,10 +83,7 @@ ConfigOpStatus* addAgentConfigSection(const char* section, const char* id, const
     }
     std::lock_guard change(fileChange);
     ConfigFile file;
-    if (!file.parseConfig() || !file.loadConfigInstance()) {
-        status->set(CONFIG_NO_FILE, "Configuration file could not be opened.");
-        return failed(status);
-    }
+    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status);
     if (!file.findSection(section, id).isNull()) {
         setExists(status, section, id);
         return failed(status);
@@ -97,10 +99,7 @@ ConfigOpStatus* addAgentConfigSection(const char* section, const char* id, const
         for (; properties && *properties; ++properties) addProperty(file, added, section, index, *properties);
     }
     updateSubnodes(section);
-    if (!file.writeConfig()) {
-        status->set(CONFIG_NO_FILE, "Configuration file could not be opened.");
-        return failed(status);
-    }
+    if (!file.writeConfig()) return noFile(status);
     status->set(CONFIG_OK, "Section successfully added.");
     return status;
 }
@@ -114,10 +113,7 @@ ConfigOpStatus* removeAgentConfigSection(const char* section, const char* id) {
     }
     std::lock_guard change(fileChange);
     ConfigFile file;
-    if (!file.parseConfig() || !file.loadConfigInstance()) {
-        status->set(CONFIG_NO_FILE, "Configuration file could not be opened.");
-        return failed(status);
-    }
+    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status);
     std::string writtenId;
     {
         ConfigMapGuard guard;
@@ -134,10 +130,7 @@ ConfigOpStatus* removeAgentConfigSection(const char* section, const char* id) {
         configMap.removeSubnodeProperties(section, index);
     }
     updateSubnodes(section);
-    if (!file.removeSection(section, writtenId.c_str()) || !file.writeConfig()) {
-        status->set(CONFIG_NO_FILE, "Configuration file could not be opened.");
-        return failed(status);
-    }
+    if (!file.removeSection(section, writtenId.c_str()) || !file.writeConfig()) return noFile(status);
     status->set(CONFIG_OK, "Section successfully removed.");
     return status;
 }

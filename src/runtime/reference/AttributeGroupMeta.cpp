@@ -11,6 +11,16 @@ AttributeGroupMeta* findAttributeGroupMeta(const char* name) {
     return static_cast<AttributeGroupMeta*>(metaMap.get(name));
 }
 
+void deleteAllMetadata() {
+    metaMap.foreach (
+        [](const char* key, const void* value, void*) {
+            delete static_cast<AttributeGroupMeta*>(const_cast<void*>(value));
+            std::free(const_cast<char*>(key));
+        },
+        nullptr);
+    metaMap.clear();
+}
+
 namespace {
 
 char* duplicate(const char* text) { return text ? strdup(text) : nullptr; }

@@ -102,3 +102,5 @@ bool placeAttribute(AttributeMeta* attribute, const char* typeText, int* running
 // Attribute group name (strdup'ed key) to AttributeGroupMeta*.
 extern HashMap& metaMap;
 AttributeGroupMeta* findAttributeGroupMeta(const char* name);
+// Deletes all metadata and empties metaMap. Nobody may use an AttributeGroupMeta any more.
+void deleteAllMetadata();

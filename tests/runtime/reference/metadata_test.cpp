@@ -11,19 +11,9 @@
 
 namespace {
 
-void clearMetadata() {
-    metaMap.foreach (
-        [](const char* key, const void* value, void*) {
-            delete static_cast<AttributeGroupMeta*>(const_cast<void*>(value));
-            std::free(const_cast<char*>(key));
-        },
-        nullptr);
-    metaMap.clear();
-}
-
 class Metadata : public testing::Test {
   protected:
-    void TearDown() override { clearMetadata(); }
+    void TearDown() override { deleteAllMetadata(); }
     static AttributeGroupMeta* load(const std::string& attributes, const char* group = "G") {
         std::string text = std::string("<any><metadata><ag table=\"T\" name=\"") + group + "\" pure=\"true\">" + attributes +
                            "</ag></metadata></any>";
@@ -64,7 +54,7 @@ TEST_F(Metadata, RowLayoutIsTheFrameworks) {
         ASSERT_NE(meta, nullptr);
         EXPECT_EQ(offsets(meta), c.offsets) << c.attributes;
         EXPECT_EQ(meta->rowSize(), c.rowSize) << c.attributes;
-        clearMetadata();
+        deleteAllMetadata();
     }
 }
 
