@@ -17,30 +17,63 @@ void ResultsManager::collectDataIfNeeded(const char* requestId) {
     if (trace_is_on(ZTR1_STATE)) printResults();
 }
 
-bool ResultsManager::isCollecting() {
-    if (!collectionMutex_.try_lock()) return true;
-    collectionMutex_.unlock();
-    return false;
-}
+namespace {
+
+// Sets the flag for as long as it lives, if it was not set. A flag and not a mutex: a class that is among its own
+// sources asks while it collects.
+class Collecting {
+  public:
+    explicit Collecting(std::atomic<bool>& flag) : flag_(flag), ours_(!flag.exchange(true)) {}
+    ~Collecting() {
+        if (ours_) flag_ = false;
+    }
+    Collecting(const Collecting&) = delete;
+    Collecting& operator=(const Collecting&) = delete;
+    bool isOurs() const { return ours_; }
+
+  private:
+    std::atomic<bool>& flag_;
+    bool ours_;
+};
+
+}  // namespace
 
 void ResultsManager::collectData(const char* requestId) {
     TRACE_FUNCTION();
+    collect(requestId, false);
+}
+
+bool ResultsManager::collectAnew(const char* requestId) {
+    TRACE_FUNCTION();
+    return collect(requestId, true);
+}
+
+bool ResultsManager::collect(const char* requestId, bool clearFirst) {
+    TRACE_FUNCTION();
     if (isPureEventBased()) {
         collectPureEvents();
-        return;
+        return true;
     }
-    std::unique_lock collection(collectionMutex_, std::try_to_lock);
-    if (!collection.owns_lock()) {
+    Collecting collection(collecting_);
+    if (!collection.isOurs()) {
         trace_detail("Data collection already in progress for %s, returning", getAttributeGroup());
-        return;
+        return false;
+    }
+    // Only an aggregating class keeps rows over an update; any other one replaces them when it publishes, and is not
+    // emptied under a request that is sending them.
+    if (clearFirst && aggregate_) {
+        std::lock_guard results(resultsMutex_);
+        clearResultSet();
     }
     updateStartTime();
     internalCollectData(requestId);
-    computeNewRows();
+    if (doesMetricListContainRatesOrDeltas()) processRatesDeltas();
+    calculateDerived();
     // The time is stamped after the rows are published, and the collection ends after that: nobody sees "current" with
     // old rows, and no second collection mixes its rows with these.
     updateResults();
     updateLastTime();
+    return true;
 }
 
 void ResultsManager::collectPureEvents() {
@@ -51,17 +84,4 @@ void ResultsManager::collectPureEvents() {
         for (const ResultInstance* row = pureCache_.first(); row; row = nextRow(row)) addResultInstance(row->getDeepCopy());
     }
     updateResults();
-}
-
-void ResultsManager::computeNewRows() {
-    TRACE_FUNCTION();
-    if (doesMetricListContainRatesOrDeltas()) {
-        trace_detail("%s: rates and deltas are shown as collected", getAttributeGroup());
-    }
-    if (hasDerivedMetrics()) trace_detail("%s: derived attributes get no value", getAttributeGroup());
-}
-
-void ResultsManager::computeEventRow(ResultInstance*) {
-    TRACE_FUNCTION();
-    trace_detail("%s: derived attributes get no value", getAttributeGroup());
 }

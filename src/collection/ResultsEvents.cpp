@@ -12,7 +12,7 @@
 
 void ResultsManager::sendEventData(ResultInstance* row) {
     TRACE_FUNCTION();
-    if (hasDerivedMetrics()) computeEventRow(row);
+    internalCalculateDerived(row);
     const bool joined = getObjectType() != VX_JOIN && joinedEventRouter() != nullptr;
     // A pure class's cache owns the row once it is sent, and another event may push it out: the joins get a copy.
     ResultInstance* copy = joined && isPureEventBased() ? row->getDeepCopy() : nullptr;
@@ -35,7 +35,9 @@ void ResultsManager::sendEventDataToHBX(ResultInstance* row) {
         std::vector<char> buffer(static_cast<std::size_t>(meta->rowSize()) + 1, '\0');
         char msn[MANAGED_SYSTEM_NAME_SIZE];
         const char* origin = HBX_GetOriginnode();
-        if (meta->subnodeType()) {
+        if (!getManagedSystemName().empty()) {
+            origin = getManagedSystemName().c_str();
+        } else if (meta->subnodeType()) {
             origin = generateSubnodeManagedSystemName(meta->applName(), getSubnodeKey(), meta->subnodeType(), msn);
         }
         writeRow(buffer.data(), meta, row, origin ? origin : "", timestamp, HintUse::Ignore);

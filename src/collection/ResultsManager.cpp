@@ -25,7 +25,7 @@ ResultsManager::ResultsManager(const ResultsManager* source, const char* subnode
     : VXClientClass(source, subnodeKey, shareMetrics),
       returnsInstanceName_(source->returnsInstanceName_),
       hasTimestampColumn_(source->hasTimestampColumn_),
-      strictRowCheck_(source->strictRowCheck_),
+      skipIncompleteRows_(source->skipIncompleteRows_),
       metricsByName_(shareMetrics ? source->metricsByName_ : new HashMap),
       derivedMetrics_(shareMetrics ? source->derivedMetrics_ : new List),
       orderedMetrics_(shareMetrics ? source->orderedMetrics_ : new List),
@@ -35,7 +35,6 @@ ResultsManager::ResultsManager(const ResultsManager* source, const char* subnode
 
 ResultsManager::~ResultsManager() {
     if (!ownsMetricLists_) return;
-    for (int i = 0; i < derivedMetrics_->getCount(); ++i) delete static_cast<Metric*>(derivedMetrics_->get(i));
     delete derivedMetrics_;
     delete orderedMetrics_;
     delete metricsByName_;
@@ -68,15 +67,21 @@ void ResultsManager::classifyOperand(const char* text, Metric::Operand* operand)
 void ResultsManager::addMetricObject(Metric* metric) {
     TRACE_FUNCTION();
     if (metric->isDerived()) {
-        derivedMetrics_->add(metric);
+        addOrderedMetric(metric, true);
         if (!metric->getExpression()) {
             classifyOperand(metric->getArg1(), &metric->operand1);
             classifyOperand(metric->getArg2(), &metric->operand2);
         }
     } else {
         VXClientClass::addMetricObject(metric);
+        addOrderedMetric(metric, false);
     }
     metricsByName_->put(metric->getQMPVMetricName() ? metric->getQMPVMetricName() : "", metric);
+}
+
+void ResultsManager::addOrderedMetric(Metric* metric, bool own) {
+    if (own) ownMetrics_.emplace_back(metric);
+    if (metric->isDerived()) derivedMetrics_->add(metric);
     orderedMetrics_->add(metric);
 }
 
@@ -159,7 +164,10 @@ void ResultsManager::updateResults() {
     lastRequestWasHistorical_ = false;
 }
 
-void ResultsManager::purgeDeadResults() { clearResultSet(); }
+void ResultsManager::purgeDeadResults() {
+    purgeOldInstancesFromExpressionData();
+    clearResultSet();
+}
 
 void ResultsManager::mergeNewRows() {
     TRACE_FUNCTION();

@@ -2,15 +2,20 @@
 // collection really happens, turns rows into row buffers, delivers events and keeps the cache of pure events. A
 // provider writes internalCollectData, which fills the new result set; everything around it is here.
 //
-// Locks, in this order: the collection mutex (held without waiting: a second collector gives up), the results mutex,
-// the new results mutex. The pure cache lock and the class mutex are leaves. No results lock is held while collecting,
-// resolving a class or calling the framework, but for the send, which holds the results mutex for all its rows.
+// Locks, in this order: the collecting flag (never waited for: a second collector gives up), the results mutex, the new
+// results mutex. The pure cache lock, the derived storage's lock and the class mutex are leaves. No results lock is held
+// while collecting, resolving a class or calling the framework, but for the send, which holds the results mutex for all
+// its rows. Who needs two classes' results mutexes takes them in the order of the objects' addresses.
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string_view>
+#include <vector>
 
 #include "collection/VXClientClass.h"
+#include "collection/expression/DerivedStorage.h"
+#include "collection/rates/PrevResult.h"
 #include "collection/rows/ResultMetric.h"
 
 // A doubly linked chain of rows that it owns.
@@ -49,6 +54,9 @@ class ResultsManager : public VXClientClass {
 
     void collectDataIfNeeded(const char* requestId) override;
     void collectData(const char* requestId) override;
+    // A collection with nothing left over of the passes before, also where the group aggregates. False if another
+    // collection is running: then nothing was done.
+    bool collectAnew(const char* requestId);
     // Deletes all current rows; takes no lock itself.
     void clearResultSet() override;
     // The base serves no subnodes: traced, null.
@@ -77,7 +85,7 @@ class ResultsManager : public VXClientClass {
     bool doResultsReturnInstName() const { return returnsInstanceName_; }
     bool isAggregatingData() const { return aggregate_; }
     void setLastRequestWasHistorical() { lastRequestWasHistorical_ = true; }
-    bool isCollecting();
+    bool isCollecting() const { return collecting_; }
     void acquireResultsLock();
     void releaseResultsLock();
     // Delivers one event row at once. A pure event based class owns the row from then on (its cache keeps it, or it is
@@ -93,11 +101,37 @@ class ResultsManager : public VXClientClass {
     bool isSendingEnabled() const { return sendingEnabled_; }
     void setSendingEnabled(bool on) { sendingEnabled_ = on; }
     bool hasDerivedMetrics() const { return derivedMetrics_->getCount() > 0; }
+    int getOrderedMetricCount() const { return orderedMetrics_->getCount(); }
+
+    // Rewrites the rate and delta cells of the new rows against the collection before, whose values it then replaces.
+    // Only by the thread that collects.
+    void processRatesDeltas();
+    // Unlinks and returns the history of a row, the caller's then; null if there is none.
+    PrevResultInstance* getPrevResultInstance(const char* name) { return history_.take(name); }
+    // The history of one cell, made and seeded from the cell if it is new. Never null.
+    PrevResult* getPrevResult(ResultMetric* metric, PrevResultInstance* instance);
+    // Computes one cell: the history then holds what the cell held, and the cell the result.
+    void computeRateDelta(PrevResult* previous, ResultMetric* metric);
+    void clearPrevResultList() { history_.clear(); }
+    void printPrevResults();
+
+    // Adds the derived cells of all new rows, or of one row. Two threads may do so at once, on rows of their own.
+    void calculateDerived();
+    void internalCalculateDerived(ResultInstance* row);
+    // Frees what the stateful functions have kept of all rows.
+    void deleteDerivedMetricStorage() { derivedStorage_.clear(); }
+    void purgeOldInstancesFromExpressionData() { deleteDerivedMetricStorage(); }
 
   protected:
+    // Puts a metric into the order of the row (a derived one also among the derived ones) but not into the collected
+    // chain and not under its name. With `own` it is deleted with this class, else it must outlive it.
+    void addOrderedMetric(Metric* metric, bool own);
+    // Rows that a collection does not repeat keep their history.
+    void setPreserveUnchangedInstances(bool on) { preserveUnchangedInstances_ = on; }
     void setReturnsInstanceName(bool on) { returnsInstanceName_ = on; }
     void setHasTimestampColumn(bool on) { hasTimestampColumn_ = on; }
-    void setStrictRowCheck(bool on) { strictRowCheck_ = on; }
+    // Rows with fewer or more cells than expected are neither sent nor given derived cells.
+    void setSkipIncompleteRows(bool on) { skipIncompleteRows_ = on; }
     // Traces a title and all current rows with their values under a class of tracing.
     void traceResults(unsigned traceClass, const char* title);
 
@@ -105,10 +139,10 @@ class ResultsManager : public VXClientClass {
     enum class HintUse { Apply, Ignore };
 
     void constructorHelper();
+    bool collect(const char* requestId, bool clearFirst);
     void collectPureEvents();
-    // Where rates, deltas and derived attributes enter: on the new rows, and on one event row.
-    void computeNewRows();
-    void computeEventRow(ResultInstance* row);
+    // The cell of one derived metric, or null where it gets none.
+    ResultMetric* derivedCell(Metric* metric, ResultInstance* row);
     void mergeNewRows();
     void purgeDeadResults();
     bool rowIsComplete(const ResultInstance* row) const;
@@ -122,18 +156,22 @@ class ResultsManager : public VXClientClass {
     std::atomic<bool> sendingEnabled_{true};
     bool returnsInstanceName_ = false;
     bool hasTimestampColumn_ = true;
-    bool strictRowCheck_ = true;
+    bool skipIncompleteRows_ = true;
+    bool preserveUnchangedInstances_ = false;
     HashMap* metricsByName_;
     List* derivedMetrics_;
     List* orderedMetrics_;
     bool ownsMetricLists_;
+    std::vector<std::unique_ptr<Metric>> ownMetrics_;  // those outside the collected chain
+    PrevResultList history_;
+    DerivedStorage derivedStorage_;
     ResultChain pureCache_;
     int pureCacheCapacity_ = 100;
     std::mutex pureCacheLock_;
     std::mutex pureCollection_;  // one pure collection at a time, so that two requests never double the rows
     std::mutex resultsMutex_;
     std::mutex newResultsMutex_;
-    std::mutex collectionMutex_;
+    std::atomic<bool> collecting_{false};
     bool aggregate_ = false;
     std::atomic<bool> lastRequestWasHistorical_{false};
 };

@@ -24,7 +24,7 @@ long long scaledToInteger(double value, int scale) {
 
 bool ResultsManager::rowIsComplete(const ResultInstance* row) const {
     TRACE_MESSAGES();
-    if (!strictRowCheck_ || row->getExpectedMetricCount() == row->getActualMetricCount()) return true;
+    if (!skipIncompleteRows_ || row->getExpectedMetricCount() == row->getActualMetricCount()) return true;
     trace_error("Expected %d metrics and got %d.  Skipping row.", row->getExpectedMetricCount(),
                 row->getActualMetricCount());
     return false;

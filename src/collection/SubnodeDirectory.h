@@ -1,27 +1,33 @@
-// SubnodeDirectory: what requests, status tables and configuration changes ask of the keeper of subnodes. An agent
-// without one has no subnodes: a group with a subnode type then has no query classes.
+// SubnodeDirectory: what requests, status tables, derived tables and configuration changes ask of the keeper of
+// subnodes. An agent without one has no subnodes: a group with a subnode type then has no query classes.
+//
+// Lookups take a leaf mutex only, never the subnode lock, so a request is not held up by a slow discovery; what they
+// return is pinned against deletion.
 #pragma once
 
+#include "collection/VXClientClass.h"
+
 class AttributeGroupMeta;
-class List;
-class VXClientClass;
-class VXClientClassList;
 
 class SubnodeDirectory {
   public:
     virtual ~SubnodeDirectory() = default;
-    // The subnode lock: recursive, the outermost of all locks.
+    // The subnode lock: recursive, the outermost of all locks. For discovery, adding, removing and zombies.
     virtual void acquireLock() = 0;
     virtual void releaseLock() = 0;
     virtual bool isManagingSubnode(const char* msn) = 0;
-    // The clone of the group's query class in that subnode, or null.
-    virtual VXClientClass* getSubnodeQueryClass(const char* msn, const AttributeGroupMeta* meta) = 0;
-    // All clones of the group's query class; the directory's own list, or null. Only under the lock.
-    virtual List* getAllSubnodeQueryClasses(const AttributeGroupMeta* meta) = 0;
-    // The classes of one subnode; the directory's own list, or null. Only under the lock.
-    virtual VXClientClassList* getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) = 0;
-    // Compares what the discovery class reports with what it announced before. The caller holds the lock.
+    // The clone of the group's query class in that subnode, or an empty pin.
+    virtual ClassPin getSubnodeQueryClass(const char* msn, const AttributeGroupMeta* meta) = 0;
+    // The same for the subnode with this key and the group's application and subnode type.
+    virtual ClassPin getSubnodeQueryClassByKey(const char* key, const AttributeGroupMeta* meta) = 0;
+    // All clones of the group's query class, in order of creation; empty if there are none.
+    virtual ClassPins getAllSubnodeQueryClasses(const char* attributeGroup) = 0;
+    virtual ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta* meta) = 0;
+    // The classes of one subnode, in the order of the list of all classes.
+    virtual ClassPins getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) = 0;
+    // Compares what the discovery class reports with what it announced before. The caller holds the subnode lock.
     virtual void discoveryAttributeGroupWasUpdated(VXClientClass* discovery) = 0;
+    // Collects the class that announced the subnode anew and acts on what it reports. Takes the subnode lock.
     virtual void updateDiscoveryAttributeGroupForSubnode(const char* msn) = 0;
 };
 

@@ -5,6 +5,9 @@
 #include <atomic>
 #include <ctime>
 #include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "collection/rows/Metric.h"
 #include "collection/rows/PerfObject.h"
@@ -58,6 +61,10 @@ class VXClientClass : public ListElement {
     VXClientClass& operator=(const VXClientClass&) = delete;
 
     virtual const char* getSubnodeKey() const { return subnodeKey_; }  // null unless it is a subnode's copy
+    // The name under which this copy's subnode is registered; empty unless it is a registered subnode's copy. Set once,
+    // before anybody else knows the copy.
+    const std::string& getManagedSystemName() const { return managedSystemName_; }
+    void setManagedSystemName(const char* msn) { managedSystemName_ = msn; }
     virtual void collectDataIfNeeded(const char* requestId) = 0;
     virtual void collectData(const char* requestId) = 0;
     virtual void clearResultSet() = 0;
@@ -153,6 +160,7 @@ class VXClientClass : public ListElement {
     std::atomic<bool> zombie_{false};
     AttributeGroupMeta* meta_ = nullptr;
     char* subnodeKey_ = nullptr;
+    std::string managedSystemName_;
     Metric* firstMetric_ = nullptr;
     Metric* lastMetric_ = nullptr;
     int metricCount_ = 0;
@@ -164,6 +172,34 @@ class VXClientClass : public ListElement {
     bool ownsMetrics_ = true;
     std::atomic<int> holders_{0};
 };
+
+// Keeps a class against deletion while it lives; may be empty.
+class ClassPin {
+  public:
+    ClassPin() = default;
+    explicit ClassPin(VXClientClass* held) : held_(held) {
+        if (held_) held_->hold();
+    }
+    ~ClassPin() { reset(); }
+    ClassPin(ClassPin&& other) noexcept : held_(std::exchange(other.held_, nullptr)) {}
+    ClassPin& operator=(ClassPin&& other) noexcept {
+        if (this != &other) {
+            reset();
+            held_ = std::exchange(other.held_, nullptr);
+        }
+        return *this;
+    }
+    VXClientClass* get() const { return held_; }
+    VXClientClass* operator->() const { return held_; }
+    explicit operator bool() const { return held_ != nullptr; }
+    void reset() {
+        if (VXClientClass* held = std::exchange(held_, nullptr)) held->unhold();
+    }
+
+  private:
+    VXClientClass* held_ = nullptr;
+};
+using ClassPins = std::vector<ClassPin>;
 
 // All query classes, chained in order of registration (duplicates of a name stay), and the last one of each name. No
 // lock: it changes during start or under the subnode lock. Its destruction takes the classes out and deletes none.

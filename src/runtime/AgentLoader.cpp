@@ -124,26 +124,13 @@ int discoveryInterval() {
     return kDiscoveryInterval;
 }
 
-// Collects with nothing of the pass before left over. Only an aggregating class needs its rows cleared first: any other
-// one replaces them when it publishes, and is not emptied under a request that is sending them.
-void collectAnew(VXClientClass* queryClass, const char* requestId) {
-    auto* results = static_cast<ResultsManager*>(queryClass);
-    if (results->isAggregatingData()) {
-        results->acquireResultsLock();
-        results->clearResultSet();
-        results->releaseResultsLock();
-    }
-    queryClass->collectData(requestId);
-}
-
 void updateClones(SubnodeDirectory* directory, const AttributeGroupMeta* meta) {
     TRACE_FUNCTION();
     trace_error("Periodic update has encountered a DAG SAG. This code path is untested.");
-    const List* clones = directory ? directory->getAllSubnodeQueryClasses(meta) : nullptr;
-    for (int i = 0; clones && i < clones->getCount(); ++i) {
-        auto* clone = static_cast<VXClientClass*>(clones->get(i));
-        collectAnew(clone, nullptr);
-        directory->discoveryAttributeGroupWasUpdated(clone);
+    if (!directory) return;
+    for (const ClassPin& clone : directory->getAllSubnodeQueryClasses(meta)) {
+        if (!static_cast<ResultsManager*>(clone.get())->collectAnew(nullptr)) continue;
+        directory->discoveryAttributeGroupWasUpdated(clone.get());
     }
 }
 
@@ -174,8 +161,8 @@ void updateDiscoveryAttributeGroups() {
             updateClones(directory, meta);
             return;
         }
-        collectAnew(queryClass, id);
-        if (directory) directory->discoveryAttributeGroupWasUpdated(queryClass);
+        const bool ours = static_cast<ResultsManager*>(queryClass)->collectAnew(id);
+        if (ours && directory) directory->discoveryAttributeGroupWasUpdated(queryClass);
     });
 }
 

@@ -141,12 +141,12 @@ TEST(RowWriting, HiddenMetricsAndHiddenAttributesDifferAndMissingCellsShift) {
     EXPECT_EQ(row(), "11,13,14");  // the `-` attribute took a cell, the hidden metric took no attribute
     cells = 4;
     EXPECT_EQ(row(), "none");      // strict: the whole row is left out
-    c.setStrictRowCheck(false);
+    c.setSkipIncompleteRows(false);
     EXPECT_EQ(row(), "11,13,0");   // a column that is never written is zero
-    c.setStrictRowCheck(true);
+    c.setSkipIncompleteRows(true);
     cells = 5;
     c.metric("MORE");
-    c.setStrictRowCheck(false);
+    c.setSkipIncompleteRows(false);
     EXPECT_EQ(row(), "11,13,14");
 }
 
@@ -174,7 +174,7 @@ TEST(RowWriting, TheBufferKeepsTheRowBeforesBytes) {
             self.addResultInstance(row);
         }
     });
-    c.setStrictRowCheck(false);
+    c.setSkipIncompleteRows(false);
     c.metric("A");
     c.metric("B");
     c.collectData("x");

@@ -117,7 +117,7 @@ class TestClass : public ResultsManager {
         return lastRequest_;
     }
     using ResultsManager::setReturnsInstanceName;
-    using ResultsManager::setStrictRowCheck;
+    using ResultsManager::setSkipIncompleteRows;
 
     std::atomic<int> collections{0};
     std::atomic<int> errorCode{0};

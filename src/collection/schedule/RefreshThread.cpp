@@ -17,17 +17,15 @@ RefreshThread* refreshThread = nullptr;
 
 namespace {
 
-// The clones of a subnode type's template, null for any other class. Only under the subnode lock.
-List* clonesOf(const VXClientClass* queryClass) {
-    const AttributeGroupMeta* meta = queryClass->getAttributeGroupMeta();
-    if (!meta || !meta->subnodeType() || queryClass->getSubnodeKey()) return nullptr;
-    SubnodeDirectory* directory = subnodeDirectory();
-    return directory ? directory->getAllSubnodeQueryClasses(meta) : nullptr;
-}
-
 bool isTemplate(const VXClientClass* queryClass) {
     const AttributeGroupMeta* meta = queryClass->getAttributeGroupMeta();
     return meta && meta->subnodeType() && !queryClass->getSubnodeKey();
+}
+
+// The clones of a subnode type's template, pinned.
+ClassPins clonesOf(const VXClientClass* queryClass) {
+    SubnodeDirectory* directory = subnodeDirectory();
+    return directory ? directory->getAllSubnodeQueryClasses(queryClass->getAttributeGroupMeta()) : ClassPins();
 }
 
 }  // namespace
@@ -61,11 +59,8 @@ void RefreshThread::schedule(VXClientClass* queryClass, long now, bool delaySet,
     }
     queryClass->setRefreshInterval(interval);
     if (isTemplate(queryClass)) {
-        SubnodeGuard guard;
-        const List* clones = clonesOf(queryClass);
-        for (int i = 0; clones && i < clones->getCount(); ++i) {
-            static_cast<VXClientClass*>(clones->get(i))->setRefreshInterval(interval);
-        }
+        SubnodeGuard guard;  // so that no clone is being copied from the template as it was
+        for (const ClassPin& clone : clonesOf(queryClass)) clone->setRefreshInterval(interval);
     }
     if (!queryClass->isThreadPoolEligible()) {
         trace_detail("Attribute group %s is not thread pool eligible-- not collecting asynchronously",
@@ -121,13 +116,10 @@ void RefreshThread::startJobs(VXClientClass* queryClass) {
         startJob(queryClass);
         return;
     }
-    SubnodeGuard guard;
-    const List* clones = clonesOf(queryClass);
-    for (int i = 0; clones && i < clones->getCount(); ++i) {
-        auto* clone = static_cast<VXClientClass*>(clones->get(i));
+    for (const ClassPin& clone : clonesOf(queryClass)) {
         trace_detail("Forcing asynchronous data collection of subnode attribute group %s:%s on %s",
                      clone->getProductCode(), clone->getAttributeGroup(), clone->getSubnodeKey());
-        startJob(clone);
+        startJob(clone.get());
     }
 }
 

@@ -177,18 +177,16 @@ void PerfObjectStatus::addRowOf(VXClientClass* reported) {
 void PerfObjectStatus::internalCollectData(const char*) {
     TRACE_FUNCTION();
     const AttributeGroupMeta* meta = getAttributeGroupMeta();
-    const auto walk = [this](VXClientClassList* classes) {
-        if (!classes) return;
-        for (ListCursor c = classes->getClassListCursor(); c.hasMoreElements(); c.setToNext()) {
+    if (getSubnodeKey() && meta) {
+        SubnodeDirectory* directory = subnodeDirectory();
+        if (!directory) return;
+        for (const ClassPin& its : directory->getAllSubnodeQueryClasses(meta->applName(), getSubnodeKey(), meta->subnodeType())) {
+            addRowOf(its.get());
+        }
+    } else if (VXClientClassList* all = list_ ? list_ : queryClassList) {
+        for (ListCursor c = all->getClassListCursor(); c.hasMoreElements(); c.setToNext()) {
             addRowOf(static_cast<VXClientClass*>(c.getCurrentElement()));
         }
-    };
-    if (getSubnodeKey() && meta) {
-        SubnodeGuard guard;
-        SubnodeDirectory* directory = subnodeDirectory();
-        walk(directory ? directory->getAllSubnodeQueryClasses(meta->applName(), getSubnodeKey(), meta->subnodeType()) : nullptr);
-    } else {
-        walk(list_ ? list_ : queryClassList);
     }
     printResults();
 }

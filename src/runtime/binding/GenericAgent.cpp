@@ -5,7 +5,6 @@
 #include <cstring>
 #include <vector>
 
-#include "collection/ManagedSystemName.h"
 #include "collection/ResultsManager.h"
 #include "collection/SubnodeDirectory.h"
 #include "collection/schedule/ThreadPool.h"
@@ -18,37 +17,31 @@ namespace {
 constexpr int kNotEmitted = 2;
 constexpr int kPollMilliseconds = 1000;
 
-const char* shown(const char* name) { return name ? name : HBX_GetOriginnode(); }
-
-VXClientClass* classAt(const List& classes, int i) { return static_cast<VXClientClass*>(classes.get(i)); }
-
-const char* nameAt(const List& names, int i) { return static_cast<const char*>(names.get(i)); }
-
-// Marks a class as used by this request; undone by releaseClass.
-void takeClass(VXClientClass* queryClass) {
-    queryClass->hold();
-    queryClass->setOnQueue(true);
-}
-
-void releaseClass(VXClientClass* queryClass) {
-    queryClass->setOnQueue(false);
-    queryClass->unhold();
-}
-
-// Taken before anything is collected: a class is ready once it was unexpired at any moment of the request, and one that
-// expires again while the request collects others would otherwise keep it for ever.
-std::vector<ClassProgress> progressOf(const List& classes) {
-    std::vector<ClassProgress> progress;
-    for (int i = 0; i < classes.getCount(); ++i) {
-        const int collections = classAt(classes, i)->getPerfstats().collectionCount;
-        progress.push_back({collections, !classAt(classes, i)->isExpired()});
-    }
-    return progress;
-}
-
 bool isAggregating(VXClientClass* queryClass) { return static_cast<ResultsManager*>(queryClass)->isAggregatingData(); }
 
 }  // namespace
+
+AskedClass::AskedClass(ClassPin queryClass, const char* node)
+    : class_(std::move(queryClass)),
+      node_(node ? node : ""),
+      hasNode_(node != nullptr),
+      // Taken before anything is collected: a class is ready once it was unexpired at any moment of the request, and one
+      // that expires again while the request collects others would otherwise keep it for ever.
+      collectionsBefore_(class_->getPerfstats().collectionCount),
+      ready_(!class_->isExpired()) {
+    class_->setOnQueue(true);
+}
+
+AskedClass::~AskedClass() {
+    if (class_) class_->setOnQueue(false);
+}
+
+const char* AskedClass::shownNode() const { return hasNode_ ? node_.c_str() : HBX_GetOriginnode(); }
+
+bool AskedClass::isReady() {
+    if (!ready_) ready_ = !class_->isExpired() || class_->getPerfstats().collectionCount != collectionsBefore_;
+    return ready_;
+}
 
 GenericAgent::GenericAgent(RequestDetail* detail, ContextInfo* context, GenericAgentManager* table)
     : GenericAgentBase(detail, context, table),
@@ -84,19 +77,18 @@ void GenericAgent::collectRequestInfo() {
     addFilterEntries(this, wanted, requestInfo_);
 }
 
-// The classes that hear of this request; a new list. Only under the subnode lock.
-List* GenericAgent::requestInfoClasses() {
-    auto* classes = new List;
+// The classes that hear of this request.
+ClassPins GenericAgent::requestInfoClasses() {
+    ClassPins classes;
     SubnodeDirectory* directory = subnodeDirectory();
     if (!meta_->subnodeType()) {
-        if (meta_->query()) classes->add(meta_->query());
+        if (meta_->query()) classes.emplace_back(meta_->query());
     } else if (directory && IsHistoryRequest() != 0) {
-        const List* all = directory->getAllSubnodeQueryClasses(meta_);
-        for (int i = 0; all && i < all->getCount(); ++i) classes->add(all->get(i));
+        classes = directory->getAllSubnodeQueryClasses(meta_);
     } else if (directory) {
         ResetGetSubnode();
         for (const char* name = GetSubnode(); name && *name; name = GetSubnode()) {
-            if (VXClientClass* c = directory->getSubnodeQueryClass(name, meta_)) classes->add(c);
+            if (ClassPin its = directory->getSubnodeQueryClass(name, meta_)) classes.push_back(std::move(its));
         }
         ResetGetSubnode();
     }
@@ -112,31 +104,23 @@ void GenericAgent::ParseRequestInformation() {
         requestInfo_ = nullptr;
         return;
     }
-    SubnodeGuard guard;
-    List* classes = requestInfoClasses();
-    for (int i = 0; i < classes->getCount(); ++i) {
-        trace_detail("Setting requestInfo with requestStartedID and reqInfoList for %s\n",
-                     classAt(*classes, i)->getAttributeGroup());
-        classAt(*classes, i)->setRequestInfo(requestId_, requestInfo_);
+    informed_ = requestInfoClasses();
+    for (const ClassPin& its : informed_) {
+        trace_detail("Setting requestInfo with requestStartedID and reqInfoList for %s\n", its->getAttributeGroup());
+        its->setRequestInfo(requestId_, requestInfo_);
     }
-    delete classes;
 }
 
 void GenericAgent::TakeSampleDestructor() {
     TRACE_FUNCTION();
     if (!requestInfo_) return;
     trace_detail("Clearing filter info");
-    {
-        SubnodeGuard guard;
-        List* classes = requestInfoClasses();
-        for (int i = 0; i < classes->getCount(); ++i) {
-            trace_detail("Removing requestInfo with requestStartedID and reqInfoList for %s\n",
-                         classAt(*classes, i)->getAttributeGroup());
-            classAt(*classes, i)->removeRequestInfo(requestId_);
-        }
-        if (classes->getCount() == 0) trace_detail("Deleted requestInfo - No query classes notified.");
-        delete classes;
+    for (const ClassPin& its : informed_) {
+        trace_detail("Removing requestInfo with requestStartedID and reqInfoList for %s\n", its->getAttributeGroup());
+        its->removeRequestInfo(requestId_);
     }
+    if (informed_.empty()) trace_detail("Deleted requestInfo - No query classes notified.");
+    informed_.clear();
     delete requestInfo_;
     requestInfo_ = nullptr;
 }
@@ -145,49 +129,33 @@ int GenericAgent::TakeSample() {
     TRACE_FUNCTION();
     const timespec start = Clock::monotonic();
     if (!meta_) return 0;
-    List names;
-    List* classes = tsGetQueryList(names);
-    if (!classes) return 0;
-    std::vector<ClassProgress> progress = progressOf(*classes);
-    tsCollectData(*classes, names);
-    tsSubmitData(*classes, names, progress, start);
-    delete classes;
+    AskedClasses classes = tsGetQueryList();
+    tsCollectData(classes);
+    tsSubmitData(classes, start);
     return 0;
 }
 
-List* GenericAgent::historicalQueryList(List& names) {
+GenericAgent::AskedClasses GenericAgent::historicalQueryList() {
     TRACE_FUNCTION();
     trace_detail("Generic Agent <%p> TakeSample subnode history request for all subnodes", static_cast<void*>(this));
+    AskedClasses classes;
     SubnodeDirectory* directory = subnodeDirectory();
-    const List* all = directory ? directory->getAllSubnodeQueryClasses(meta_) : nullptr;
-    if (!all) {
-        trace_error("Historical req recv with SubnodeQueries = NULL. \n");
-        return nullptr;
-    }
-    auto* classes = new List(all);
-    for (int i = 0; i < classes->getCount(); ++i) {
-        VXClientClass* queryClass = classAt(*classes, i);
-        takeClass(queryClass);
-        names.add(generateSubnodeManagedSystemName(meta_->applName(), queryClass->getSubnodeKey(), meta_->subnodeType(),
-                                                   nullptr));
+    ClassPins all = directory ? directory->getAllSubnodeQueryClasses(meta_) : ClassPins();
+    if (all.empty()) trace_error("Historical req recv with SubnodeQueries = NULL. \n");
+    for (ClassPin& clone : all) {
+        const std::string node = clone->getManagedSystemName();
+        classes.emplace_back(std::move(clone), node.c_str());
     }
     return classes;
 }
 
-List* GenericAgent::tsGetQueryList(List& names) {
+GenericAgent::AskedClasses GenericAgent::tsGetQueryList() {
     TRACE_FUNCTION();
-    SubnodeGuard guard;
     ResetGetSubnode();
-    if (meta_->subnodeType() && IsHistoryRequest() != 0 && QueryState(HBX_STATE_ALL_SUBNODES)) {
-        return historicalQueryList(names);
-    }
-    auto* classes = new List;
+    if (meta_->subnodeType() && IsHistoryRequest() != 0 && QueryState(HBX_STATE_ALL_SUBNODES)) return historicalQueryList();
+    AskedClasses classes;
     if (!meta_->subnodeType()) {
-        if (VXClientClass* queryClass = meta_->query()) {
-            takeClass(queryClass);
-            classes->add(queryClass);
-            names.add(nullptr);
-        }
+        if (meta_->query()) classes.emplace_back(ClassPin(meta_->query()), nullptr);
         return classes;
     }
     SubnodeDirectory* directory = subnodeDirectory();
@@ -199,28 +167,25 @@ List* GenericAgent::tsGetQueryList(List& names) {
         }
         if (!*name) break;
         if (!directory || !directory->isManagingSubnode(name)) continue;
-        VXClientClass* queryClass = directory->getSubnodeQueryClass(name, meta_);
-        if (!queryClass) continue;
-        takeClass(queryClass);
-        classes->add(queryClass);
-        names.add(strdup(name));
+        if (ClassPin its = directory->getSubnodeQueryClass(name, meta_)) classes.emplace_back(std::move(its), name);
     }
     return classes;
 }
 
-void GenericAgent::collectOne(VXClientClass* queryClass, const char* name) {
+void GenericAgent::collectOne(const AskedClass& asked) {
     TRACE_FUNCTION();
+    VXClientClass* queryClass = asked.get();
     const bool onPool = impatientCollectorTimeout > 0 && queryClass->isThreadPoolEligible() &&
                         !queryClass->isPureEventBased() && !isAggregating(queryClass);
     if (!onPool) {
-        trace_detail("Calling collectDataIfNeeded on %s:%s\n", shown(name), queryClass->getAttributeGroup());
+        trace_detail("Calling collectDataIfNeeded on %s:%s\n", asked.shownNode(), queryClass->getAttributeGroup());
         queryClass->collectDataIfNeeded(requestId_);
         return;
     }
     // Kept: this request has set the flag itself, so a job is made only if another holder has cleared it meanwhile; as a
     // rule such a class is left to the refresh thread, and the request sends what the cache holds.
     if (queryClass->isOnQueue()) return;
-    trace_detail("Submitting collectDataIfNeeded request to threadpool on %s:%s\n", shown(name),
+    trace_detail("Submitting collectDataIfNeeded request to threadpool on %s:%s\n", asked.shownNode(),
                  queryClass->getAttributeGroup());
     auto* job = new CollectDataJob(queryClass, requestId_);
     job->setUseCache(true);
@@ -232,62 +197,51 @@ void GenericAgent::collectOne(VXClientClass* queryClass, const char* name) {
     }
 }
 
-void GenericAgent::tsCollectData(const List& classes, const List& names) {
+void GenericAgent::tsCollectData(const AskedClasses& classes) {
     TRACE_FUNCTION();
-    for (int i = 0; i < classes.getCount(); ++i) collectOne(classAt(classes, i), nameAt(names, i));
+    for (const AskedClass& asked : classes) collectOne(asked);
 }
 
-void GenericAgent::submitOne(VXClientClass* queryClass, const char* name, bool impatient) {
+void GenericAgent::submitOne(const AskedClass& asked, bool impatient) {
     TRACE_FUNCTION();
+    VXClientClass* queryClass = asked.get();
     SubnodeDirectory* directory = subnodeDirectory();
     if (meta_->isDiscoveryAttributeGroup() && directory) {
         SubnodeGuard guard;
         directory->discoveryAttributeGroupWasUpdated(queryClass);
     }
     if (impatient) {
-        trace_detail("Got impatient: returning older cached data for %s:%s", shown(name), queryClass->getAttributeGroup());
+        trace_detail("Got impatient: returning older cached data for %s:%s", asked.shownNode(), queryClass->getAttributeGroup());
     } else {
-        trace_detail("Returning fresh data for %s:%s", shown(name), queryClass->getAttributeGroup());
+        trace_detail("Returning fresh data for %s:%s", asked.shownNode(), queryClass->getAttributeGroup());
     }
-    queryClass->sendDataToHBX(this, shown(name));
+    queryClass->sendDataToHBX(this, asked.shownNode());
     if (IsHistoryRequest() != 0) static_cast<ResultsManager*>(queryClass)->setLastRequestWasHistorical();
-    if (name && directory && queryClass->getPerfErrorCode() == SUBNODE_UNAVAILABLE) {
-        SubnodeGuard guard;
-        directory->updateDiscoveryAttributeGroupForSubnode(name);
+    if (asked.node() && directory && queryClass->getPerfErrorCode() == SUBNODE_UNAVAILABLE) {
+        directory->updateDiscoveryAttributeGroupForSubnode(asked.node());
     }
 }
 
-void GenericAgent::tsSubmitData(List& classes, List& names, std::vector<ClassProgress>& progress, const timespec& start) {
+void GenericAgent::tsSubmitData(AskedClasses& classes, const timespec& start) {
     TRACE_FUNCTION();
-    while (classes.getCount() > 0) {
+    while (!classes.empty()) {
         const unsigned long seen = VXClientClass::collectionsEnded();
         bool impatient = false;
         if (impatientCollectorTimeout > 0) {
             impatient = impatientCollectorTimeout <= Clock::wholeSecondsBetween(start, Clock::monotonic());
         }
-        std::vector<int> done;
-        for (int i = 0; i < classes.getCount(); ++i) {
-            VXClientClass* queryClass = classAt(classes, i);
-            ClassProgress& its = progress[static_cast<std::size_t>(i)];
-            if (!its.ready) {
-                its.ready =
-                    !queryClass->isExpired() || queryClass->getPerfstats().collectionCount != its.collectionsBefore;
-            }
-            const bool onItsWay = !its.ready && !impatient && queryClass->isThreadPoolEligible() &&
-                                  !queryClass->isPureEventBased() && !HBX_QueryShutdown();
-            if (onItsWay) continue;
-            submitOne(queryClass, nameAt(names, i), impatient);
-            done.push_back(i);
-        }
-        {
-            SubnodeGuard guard;
-            for (auto i = done.rbegin(); i != done.rend(); ++i) {
-                releaseClass(static_cast<VXClientClass*>(classes.remove(*i)));
-                std::free(names.remove(*i));
-                progress.erase(progress.begin() + *i);
+        AskedClasses waiting;
+        for (AskedClass& asked : classes) {
+            const bool onItsWay = !asked.isReady() && !impatient && asked.get()->isThreadPoolEligible() &&
+                                  !asked.get()->isPureEventBased() && !HBX_QueryShutdown();
+            if (onItsWay) {
+                waiting.push_back(std::move(asked));
+            } else {
+                submitOne(asked, impatient);
             }
         }
-        if (classes.getCount() > 0) VXClientClass::waitForCollectionAfter(seen, kPollMilliseconds);
+        classes = std::move(waiting);
+        if (!classes.empty()) VXClientClass::waitForCollectionAfter(seen, kPollMilliseconds);
     }
 }
 

@@ -2,10 +2,12 @@
 // collection through the query classes, and its rows go back through AddData, which applies the request's filter.
 #pragma once
 
+#include <deque>
 #include <string>
 #include <vector>
 
 #include "collection/RowSink.h"
+#include "collection/VXClientClass.h"
 #include "foundation/List.h"
 #include "foundation/ZbtString.h"
 #include "platform/zhb.h"
@@ -14,7 +16,6 @@
 
 class AttributeGroupMeta;
 class GenericAgentManager;
-class VXClientClass;
 
 class GenericAgentBase : public aghbx, public RowSink {
   public:
@@ -34,10 +35,28 @@ class GenericAgentBase : public aghbx, public RowSink {
     GenericAgentManager* table_;
 };
 
-// Where a request stands with one of its classes.
-struct ClassProgress {
-    int collectionsBefore;  // collections that had ended when the request began
-    bool ready;             // there was fresh data at some moment of the request
+// One class that a request asks, marked as on the queue and pinned for as long as this lives, and where the request
+// stands with it.
+class AskedClass {
+  public:
+    // `node` is the managed system asked for; null for the agent's own.
+    AskedClass(ClassPin queryClass, const char* node);
+    ~AskedClass();
+    AskedClass(AskedClass&&) = default;
+    AskedClass& operator=(AskedClass&&) = delete;
+
+    VXClientClass* get() const { return class_.get(); }
+    const char* node() const { return hasNode_ ? node_.c_str() : nullptr; }
+    const char* shownNode() const;
+    // Whether there was fresh data at some moment of the request.
+    bool isReady();
+
+  private:
+    ClassPin class_;
+    std::string node_;
+    bool hasNode_;
+    int collectionsBefore_;  // collections that had ended when the request began
+    bool ready_;
 };
 
 class GenericAgent : public GenericAgentBase {
@@ -56,13 +75,14 @@ class GenericAgent : public GenericAgentBase {
     void ParseRequestInformation();
     void TakeSampleDestructor();
     void collectRequestInfo();
-    List* requestInfoClasses();
-    List* tsGetQueryList(List& names);
-    List* historicalQueryList(List& names);
-    void tsCollectData(const List& classes, const List& names);
-    void tsSubmitData(List& classes, List& names, std::vector<ClassProgress>& progress, const timespec& start);
-    void collectOne(VXClientClass* queryClass, const char* name);
-    void submitOne(VXClientClass* queryClass, const char* name, bool impatient);
+    ClassPins requestInfoClasses();
+    using AskedClasses = std::deque<AskedClass>;
+    AskedClasses tsGetQueryList();
+    AskedClasses historicalQueryList();
+    void tsCollectData(const AskedClasses& classes);
+    void tsSubmitData(AskedClasses& classes, const timespec& start);
+    void collectOne(const AskedClass& asked);
+    void submitOne(const AskedClass& asked, bool impatient);
     bool IsRowException(char* row) { return CheckForException(row) != 0; }
     void printRow(const char* row) const;
 
@@ -71,6 +91,7 @@ class GenericAgent : public GenericAgentBase {
     AttributeGroupMeta* meta_;
     char requestId_[32];
     RequestInfoList* requestInfo_ = nullptr;
+    ClassPins informed_;  // the classes that were told of it
 };
 
 class GenericAgentManager : public TableManager, public EventSink {

@@ -91,19 +91,24 @@ class Directory : public SubnodeDirectory {
   public:
     explicit Directory(VXClientClassList* classes) : classes_(classes) { registerSubnodeDirectory(this); }
     ~Directory() override { registerSubnodeDirectory(nullptr); }
-    void acquireLock() override { ++locked; }
-    void releaseLock() override { --locked; }
+    void acquireLock() override {}
+    void releaseLock() override {}
     bool isManagingSubnode(const char*) override { return false; }
-    VXClientClass* getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return nullptr; }
-    List* getAllSubnodeQueryClasses(const AttributeGroupMeta*) override { return nullptr; }
-    VXClientClassList* getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) override {
-        asked = std::string(appl) + ":" + key + ":" + type + (locked > 0 ? "" : " without the lock");
-        return classes_;
+    ClassPin getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return {}; }
+    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) override {
+        asked = std::string(appl) + ":" + key + ":" + type;
+        ClassPins all;
+        for (ListCursor c = classes_->getClassListCursor(); c.hasMoreElements(); c.setToNext()) {
+            all.emplace_back(static_cast<VXClientClass*>(c.getCurrentElement()));
+        }
+        return all;
     }
     void discoveryAttributeGroupWasUpdated(VXClientClass*) override {}
     void updateDiscoveryAttributeGroupForSubnode(const char*) override {}
     std::string asked;
-    int locked = 0;
 
   private:
     VXClientClassList* classes_;
@@ -124,7 +129,6 @@ TEST(PerfObjectStatus, OfASubnodeReportsOnItsOwnClasses) {
     Directory directory(&own);
     EXPECT_EQ(collected(table, group.meta).names("ATTRGRP"), "ITS,");
     EXPECT_EQ(directory.asked, "APP:key:SUB");
-    EXPECT_EQ(directory.locked, 0);
 }
 
 TEST(ThreadPoolStatus, ShowsThePoolOrThatThereIsNone) {

@@ -313,7 +313,8 @@ class Directory : public ::SubnodeDirectory {
         for (const char* key : {"one", "two", "three"}) {
             auto* clone = static_cast<TestClass*>(table.queryClass.subnodeCopy(key, nullptr));
             clones[nameOf(key)] = clone;
-            all_.add(clone);
+            clone->setManagedSystemName(nameOf(key).c_str());
+            order_.push_back(clone);
         }
         registerSubnodeDirectory(this);
     }
@@ -328,9 +329,16 @@ class Directory : public ::SubnodeDirectory {
     void acquireLock() override { mutex_.lock(); }
     void releaseLock() override { mutex_.unlock(); }
     bool isManagingSubnode(const char* msn) override { return clones.count(msn) > 0; }
-    VXClientClass* getSubnodeQueryClass(const char* msn, const AttributeGroupMeta*) override { return clones.at(msn); }
-    List* getAllSubnodeQueryClasses(const AttributeGroupMeta* meta) override { return meta == table_.group.meta ? &all_ : nullptr; }
-    VXClientClassList* getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return nullptr; }
+    ClassPin getSubnodeQueryClass(const char* msn, const AttributeGroupMeta*) override { return ClassPin(clones.at(msn)); }
+    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta* meta) override {
+        ClassPins all;
+        if (meta != table_.group.meta) return all;
+        for (TestClass* clone : order_) all.emplace_back(clone);
+        return all;
+    }
+    ClassPins getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return {}; }
     void discoveryAttributeGroupWasUpdated(VXClientClass*) override { ++discoveries; }
     void updateDiscoveryAttributeGroupForSubnode(const char* msn) override { unavailable += msn; }
 
@@ -341,7 +349,7 @@ class Directory : public ::SubnodeDirectory {
   private:
     Table& table_;
     std::recursive_mutex mutex_;
-    List all_;
+    std::vector<TestClass*> order_;
 };
 
 void ownName(TestClass& c) { c.addResultInstance(Table::row(c, c.getSubnodeKey() ? c.getSubnodeKey() : "template", 1, 1)); }
