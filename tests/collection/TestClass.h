@@ -117,6 +117,7 @@ class TestClass : public ResultsManager {
         return lastRequest_;
     }
     using ResultsManager::setReturnsInstanceName;
+    using ResultsManager::setPreserveUnchangedInstances;
     using ResultsManager::setSkipIncompleteRows;
 
     std::atomic<int> collections{0};

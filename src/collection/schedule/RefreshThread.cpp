@@ -40,9 +40,9 @@ RefreshThread::RefreshThread(int interval) : refreshInterval_(interval) {
         schedule(static_cast<VXClientClass*>(c.getCurrentElement()), now, delayText != nullptr, delay);
     }
     trace_detail("Dump of initial scheduler queue:");
-    for (int i = 0; i < schedule_.getCount(); ++i) {
-        const auto* q = static_cast<VXClientClass*>(schedule_.get(i));
-        trace_detail("%3d: %s@%ld (interval %d)", i, q->getAttributeGroup(), q->getNextRefresh(), q->getRefreshInterval());
+    int number = 0;
+    for (const auto& [due, q] : schedule_) {
+        trace_detail("%3d: %s@%ld (interval %d)", number++, q->getAttributeGroup(), due, q->getRefreshInterval());
     }
 }
 
@@ -72,10 +72,8 @@ void RefreshThread::schedule(VXClientClass* queryClass, long now, bool delaySet,
 }
 
 void RefreshThread::insert(VXClientClass* queryClass) {
-    int i = schedule_.getCount();
-    // Kept: a tie places the newcomer ahead of its equals.
-    while (i > 0 && static_cast<VXClientClass*>(schedule_.get(i - 1))->getNextRefresh() >= queryClass->getNextRefresh()) --i;
-    schedule_.insert(i, queryClass);
+    const long due = queryClass->getNextRefresh();
+    schedule_.emplace_hint(schedule_.lower_bound(due), due, queryClass);  // Kept: a tie goes ahead of its equals.
 }
 
 void RefreshThread::addToSchedQueue(VXClientClass* queryClass) {
@@ -87,12 +85,12 @@ void RefreshThread::addToSchedQueue(VXClientClass* queryClass) {
 
 void RefreshThread::run() {
     TRACE_FUNCTION();
-    if (schedule_.getCount() == 0) {
+    if (schedule_.empty()) {
         trace_detail("Scheduler queue is empty, refresh thread terminating");
         return;
     }
     while (!stop_.isStopped() && !HBX_QueryShutdown()) {
-        auto* queryClass = static_cast<VXClientClass*>(schedule_.remove(0));
+        VXClientClass* queryClass = schedule_.extract(schedule_.begin()).mapped();
         const timespec now = Clock::monotonic();
         const long due = queryClass->getNextRefresh();
         const long ms = (due - static_cast<long>(now.tv_sec)) * 1000 - now.tv_nsec / 1000000;

@@ -2,7 +2,8 @@
 // before it is asked for. The schedule is touched by this thread alone.
 #pragma once
 
-#include "foundation/List.h"
+#include <map>
+
 #include "foundation/StopSignal.h"
 
 class VXClientClass;
@@ -35,7 +36,7 @@ class RefreshThread {
 
     int refreshInterval_;
     unsigned nextJobId_ = 0;
-    List schedule_;
+    std::multimap<long, VXClientClass*> schedule_;  // by next refresh, monotonic seconds
     StopSignal stop_;
 };
 
