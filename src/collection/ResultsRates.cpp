@@ -23,6 +23,7 @@ void ResultsManager::processRatesDeltas() {
     TRACE_FUNCTION();
     trace_state("Processing Rates/Deltas.");
     if (trace_is_on(ZTR1_STATE)) printPrevResults();
+    const time_t at = now();  // one time for all cells of a collection
     PrevResultList next;
     next.reserve(static_cast<std::size_t>(new_.count()));
     if (preserveUnchangedInstances_) {
@@ -49,7 +50,7 @@ void ResultsManager::processRatesDeltas() {
             trace_detail("Looping through Result Metrics: current metric %s.", cell->getQMPVMetricName());
             if (!isRateOrDelta(cell->getRawMetricType())) continue;
             trace_detail("%s is a Rate or Delta", cell->getQMPVMetricName());
-            computeRateDelta(getPrevResult(cell, entry), cell);
+            rates::compute(rates::previousOf(*cell, entry, at), cell, at);
         }
     }
     clearPrevResultList();

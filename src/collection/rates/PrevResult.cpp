@@ -23,10 +23,16 @@ void deleteChain(T* first) {
 
 }  // namespace
 
-PrevResult::PrevResult(const char* name) : name_(strdup(name ? name : "")) {}
+PrevResult::PrevResult(const char* name) {
+    if (!name) name = "";
+    const std::size_t size = std::strlen(name) + 1;
+    name_ = size <= kInlineName ? inlineName_ : static_cast<char*>(std::malloc(size));
+    if (!name_) std::abort();
+    std::memcpy(name_, name, size);
+}
 
 PrevResult::~PrevResult() {
-    std::free(name_);
+    if (name_ != inlineName_) std::free(name_);
     std::free(const_cast<char*>(valueString_));
     delete valueUTF8_;
 }

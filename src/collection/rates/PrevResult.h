@@ -35,7 +35,10 @@ class PrevResult : public ListElement {
     void setTime(time_t seconds) { time_ = seconds; }
 
   private:
-    char* name_;
+    static constexpr std::size_t kInlineName = 24;
+
+    char* name_;  // inlineName_, or on the heap where it is longer
+    char inlineName_[kInlineName];
     long long value64_ = 0;
     unsigned long long valueU64_ = 0;
     double valueDouble_ = 0.0;
