@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "collection/SubnodeDirectory.h"
 #include "collection/TestClass.h"
 #include "collection/schedule/RefreshThread.h"
 #include "collection/schedule/ThreadPool.h"
@@ -124,6 +125,89 @@ TEST_F(Refresh, AnIntervalIsSkippedWhileTheClassIsOnTheQueue) {
     EXPECT_EQ(c->getPerfstats().skippedIntervals, 2);
     EXPECT_EQ(c->collections.load(), 1);
     EXPECT_EQ(c->lastRequest(), "00000000");  // skipped ones take no number
+}
+
+TEST_F(Refresh, ATableHungForAnHourDelaysNeitherTheOthersNorTheStop) {
+    testclock::Guard clock;
+    std::atomic<bool> gate{false};
+    TestClass hung("RHUNG", [&gate](TestClass&) {
+        while (!gate) std::this_thread::sleep_for(1ms);
+    });
+    hung.setRefreshInterval(60);
+    list_.addClientClass(&hung);
+    TestClass* other = add("ROTHER", 60);
+    RefreshThread refresh(0);
+    ThreadPool pool(2);
+    threadPool = &pool;
+    testclock::advance(1h);  // sixty intervals of each class fall due, one after the other
+    ASSERT_EQ(refresh.start(), 0);
+    for (int i = 0; i < 20000 && hung.getPerfstats().skippedIntervals < 59; ++i) std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(hung.getPerfstats().skippedIntervals, 59);
+    for (int i = 0; i < 20000 && other->isOnQueue(); ++i) std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(other->collections.load() + other->getPerfstats().skippedIntervals, 60);
+    EXPECT_GE(other->collections.load(), 1);
+    EXPECT_EQ(hung.getNextRefresh(), now() + 60);  // it has caught up
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(refresh.stop(20000));
+    EXPECT_FALSE(pool.stop(50));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+    gate = true;
+    EXPECT_TRUE(pool.stop(20000));
+    threadPool = nullptr;
+    EXPECT_EQ(hung.collections.load(), 1);
+}
+
+// Answers with the clones it is given.
+class Directory : public SubnodeDirectory {
+  public:
+    Directory() { registerSubnodeDirectory(this); }
+    ~Directory() override { registerSubnodeDirectory(nullptr); }
+    void acquireLock() override { lock_.lock(); }
+    void releaseLock() override { lock_.unlock(); }
+    bool isManagingSubnode(const char*) override { return false; }
+    ClassPin getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return {}; }
+    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
+    ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta*) override {
+        ClassPins all;
+        for (VXClientClass* clone : clones) all.emplace_back(clone);
+        return all;
+    }
+    ClassPins getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return {}; }
+    void discoveryAttributeGroupWasUpdated(VXClientClass*) override {}
+    void updateDiscoveryAttributeGroupForSubnode(const char*) override {}
+    std::vector<VXClientClass*> clones;
+
+  private:
+    std::recursive_mutex lock_;
+};
+
+TEST_F(Refresh, ATemplateIsScheduledAndItsClonesCollect) {
+    testclock::Guard clock;
+    Group group("RSUB", nameAndNumber(), "SUB");
+    TestClass* all = add("RSUB", 30);
+    std::atomic<bool> lockFree{true};
+    Directory directory;
+    TestClass one("RSUB", [&](TestClass&) {
+        std::thread([&] {  // the subnode lock is not held while a clone collects
+            SubnodeGuard guard;
+            lockFree = true;
+        }).join();
+    });
+    TestClass two("RSUB");
+    directory.clones = {&one, &two};
+    RefreshThread refresh(0);
+    EXPECT_EQ(one.getRefreshInterval(), 30);  // the clones keep what they are refreshed by
+    lockFree = false;
+    testclock::advance(30s);
+    ASSERT_EQ(refresh.start(), 0);
+    for (int i = 0; i < 20000 && two.collections == 0; ++i) std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(refresh.stop(20000));
+    EXPECT_EQ(all->collections.load(), 0);
+    EXPECT_EQ(one.collections.load(), 1);
+    EXPECT_EQ(two.collections.load(), 1);
+    EXPECT_TRUE(lockFree.load());
+    EXPECT_FALSE(one.isHeld());
 }
 
 }  // namespace
