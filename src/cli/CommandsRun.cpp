@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "cli/ApiClient.h"
@@ -142,6 +143,31 @@ bool dataDirectoryIsFree() {
     return pid == 0;
 }
 
+// Settings that come with a reference file, in config/ beside it, become the data directory's where that has none yet.
+bool bringSettings(const std::string& file) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path target = fs::path(host::dataDirectory()) / "config";
+    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(file).parent_path() / "config", error)) {
+        if (entry.path().extension() != ".toml") continue;
+        const fs::path copy = target / entry.path().filename();
+        if (fs::exists(fs::symlink_status(copy, error))) continue;
+        const fs::path unfinished = copy.string() + ".new";
+        if (!fs::exists(target, error) && fs::create_directory(target, error)) {
+            fs::permissions(target, fs::perms::owner_all, error);
+        }
+        if (!error) fs::copy_file(entry.path(), unfinished, fs::copy_options::overwrite_existing, error);
+        if (!error) fs::permissions(unfinished, fs::perms::owner_read | fs::perms::owner_write, error);
+        if (!error) fs::rename(unfinished, copy, error);
+        if (error) {
+            complain(copy.string() + ": " + error.message());
+            return false;
+        }
+        std::fprintf(stderr, "The settings %s were copied to %s\n", entry.path().c_str(), target.c_str());
+    }
+    return true;  // a reference file without settings of its own is nothing to tell
+}
+
 int runDaemon(const RunOptions& options) {
     const std::string logPath = host::dataDirectory() + "/almanacd.log";
     struct stat info;
@@ -197,7 +223,7 @@ int runAgent(const RunOptions& options) {
     }
     const int prepared = prepareEnvironment(options, path);
     if (prepared != kDone) return prepared;
-    if (!dataDirectoryIsFree()) return kConfiguration;
+    if (!dataDirectoryIsFree() || !bringSettings(path)) return kConfiguration;
     if (options.daemon) return runDaemon(options);
     execAgent(options);
 }

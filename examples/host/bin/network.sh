@@ -1,6 +1,7 @@
 #!/bin/sh
 # One line for each interface:
-# name|state|MTU|received bytes|packets|errors|sent bytes|packets|errors|hardware address
+# name|state|MTU|received bytes|packets|errors|sent bytes|packets|errors|hardware address|received bytes|sent bytes
+# The bytes stand twice: once as totals, and once for the rates that the agent makes of them.
 # An interface that goes away while it is read has no line.
 exec 2>/dev/null
 for path in /sys/class/net/*; do
@@ -19,5 +20,6 @@ for path in /sys/class/net/*; do
     done
     address=
     read -r address < "$path/address"     # empty where an interface has none
-    echo "$line|$address"
+    read -r received < "$path/statistics/rx_bytes" && read -r sent < "$path/statistics/tx_bytes" || continue
+    echo "$line|$address|$received|$sent"
 done
