@@ -1,5 +1,6 @@
 // Derived attributes: cells computed from the other cells of their row.
 #include "collection/ResultsManager.h"
+#include "collection/expression/DerivedCell.h"
 #include "foundation/Trace.h"
 
 void ResultsManager::calculateDerived() {
@@ -13,13 +14,8 @@ void ResultsManager::calculateDerived() {
 
 void ResultsManager::internalCalculateDerived(ResultInstance* row) {
     for (int i = 0; i < derivedMetrics_->getCount(); ++i) {
-        ResultMetric* cell = derivedCell(static_cast<Metric*>(derivedMetrics_->get(i)), row);
+        // In declaration order, so that a formula sees the derived cells ahead of it.
+        ResultMetric* cell = computeDerivedCell(static_cast<Metric*>(derivedMetrics_->get(i)), row, &derivedStorage_);
         if (cell) row->addDerivedMetric(cell);
     }
-}
-
-ResultMetric* ResultsManager::derivedCell(Metric*, ResultInstance*) {
-    TRACE_FUNCTION();
-    trace_detail("%s: derived attributes get no value", getAttributeGroup());
-    return nullptr;
 }

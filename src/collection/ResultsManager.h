@@ -141,8 +141,6 @@ class ResultsManager : public VXClientClass {
     void constructorHelper();
     bool collect(const char* requestId, bool clearFirst);
     void collectPureEvents();
-    // The cell of one derived metric, or null where it gets none.
-    ResultMetric* derivedCell(Metric* metric, ResultInstance* row);
     void mergeNewRows();
     void purgeDeadResults();
     bool rowIsComplete(const ResultInstance* row) const;

@@ -1,6 +1,7 @@
 // XMLConfigParser::initializeMetric: the attributes that all metric elements share.
 #include <cstring>
 
+#include "collection/expression/ExpressionParser.h"
 #include "collection/rows/Metric.h"
 #include "foundation/HashMap.h"
 #include "foundation/Trace.h"
@@ -21,6 +22,29 @@ void readComputation(Metric* metric, const HashMap* attributes) {
     metric->setComputation(arg1, *op, arg2);
 }
 
+void yyerror(const char* message) {
+    TRACE_MESSAGES();
+    trace_error("Error found: %s", message);
+}
+
+void readFormula(Metric* metric, const char* formula) {
+    TRACE_FUNCTION();
+    ParsedFormula parsed = parseFormula(formula);
+    if (parsed.tree) {
+        metric->setExpression(parsed.tree.release());
+        metric->setExpressionFormula(formula);
+        return;
+    }
+    yyerror(parsed.message.c_str());
+    // Kept: the value of -1 depends on the tracing; without it the metric has no formula at all.
+    if (!trace_is_on(ZTR1_ERROR)) return;
+    trace_error("Error parsing expression for metric %s:\n%s\n%s", metric->getQMPVMetricName(), formula,
+                caretLine(parsed).c_str());
+    trace_error("Due to the expression parsing error, this metric's value will be set to -1.");
+    metric->setExpression(new NumberExpression("-1"));
+    metric->setExpressionFormula("-1");
+}
+
 }  // namespace
 
 void XMLConfigParser::initializeMetric(Metric* metric, const HashMap* attributes) {
@@ -37,9 +61,7 @@ void XMLConfigParser::initializeMetric(Metric* metric, const HashMap* attributes
     metric->setSize(attributes->contains("size") ? getInteger(attributes, "size") : 4);
     metric->setMapSourceData(getText(attributes, "map"));
     readComputation(metric, attributes);
-    if (const char* formula = getText(attributes, "formula")) {
-        trace_error("Metric %s: formulas are not computed: %s", metric->getQMPVMetricName(), formula);
-    }
+    if (const char* formula = getText(attributes, "formula")) readFormula(metric, formula);
     if (attributes->contains("scale")) metric->setScale(getInteger(attributes, "scale"));
     metric->setScaleTransparent(getBoolean(attributes, "scaleTransparent"));
     if (attributes->contains("precision")) metric->setPrecision(getInteger(attributes, "precision"));

@@ -2,12 +2,38 @@
 // collection/expression/.
 #pragma once
 
-class Metric;
-class ResultInstance;
+class Evaluation;
 
+enum class ExpressionType : unsigned char {
+    None = 0,
+    Int = 1,     // 32 bits
+    Int64 = 2,
+    UInt64 = 3,
+    String = 4,  // UTF-8 bytes
+    Double = 5,
+    List = 6,    // doubles
+};
+
+enum class ExpressionClass : unsigned char {
+    Attribute = 0,
+    Number = 1,
+    String = 2,
+    Function = 3,
+    Binary = 4,  // also the negation
+};
+
+// Constant once built: all results live in the Evaluation, so any number of threads may evaluate one expression at once.
 class Expression {
   public:
+    explicit Expression(ExpressionClass expressionClass) : class_(expressionClass) {}
     virtual ~Expression() = default;
-    // Evaluates the subtree for one row; the node then holds its result. Not re-entrant.
-    virtual void calculate(Metric* metric, ResultInstance* row, void* storage) = 0;
+    Expression(const Expression&) = delete;
+    Expression& operator=(const Expression&) = delete;
+
+    // Replaces the operands on top of the evaluation's stack by the result. A whole formula leaves one value.
+    virtual void calculate(Evaluation& evaluation) const = 0;
+    ExpressionClass getClass() const { return class_; }
+
+  private:
+    ExpressionClass class_;
 };
