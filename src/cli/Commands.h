@@ -33,7 +33,7 @@ struct ShowOptions {
     std::string table;
     std::string filter;
     std::string columns;
-    std::string node;
+    std::vector<std::string> nodes;  // managed systems; empty or "*": all
     std::string output = "table";
     std::string watch;  // "2s", "500ms", "1m"; empty: once
     long limit = 0;
@@ -41,6 +41,7 @@ struct ShowOptions {
 };
 int showTable(const ShowOptions& options);
 int listTables(const std::string& output);
+int listNodes(const std::string& output);
 int showStatus(const std::string& output);
 int traceCommand(const std::string& spec);
 // Reads the value from standard input (without echo from a terminal), writes the encrypted text.

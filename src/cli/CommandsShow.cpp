@@ -1,4 +1,4 @@
-// tables, show, status, trace: the commands that ask the API.
+// tables, nodes, show, status, trace: the commands that ask the API.
 #include <strings.h>
 #include <unistd.h>
 
@@ -58,6 +58,15 @@ std::string readableTimestamp(const std::string& t) {
            ":" + t.substr(11, 2);
 }
 
+// Local time of milliseconds since 1970.
+std::string readableMilliseconds(long long milliseconds) {
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm local{};
+    char text[32];
+    if (!localtime_r(&seconds, &local) || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) return "";
+    return text;
+}
+
 // A text column of the time stamp's length; its values are shown readable where they are time stamps.
 bool isTimestampColumn(const Json& column) { return !isNumeric(column) && column.value("length", 0) == 16; }
 
@@ -81,7 +90,7 @@ std::string rowsTarget(const ShowOptions& o) {
     };
     add("filter", o.filter);
     add("columns", o.columns);
-    add("subnode", o.node);
+    for (const std::string& node : o.nodes) add("node", node);
     add("limit", o.limit > 0 ? std::to_string(o.limit) : "");
     return target;
 }
@@ -93,7 +102,7 @@ std::vector<const Json*> shownColumns(const Json& layout, const ShowOptions& o) 
     std::vector<const Json*> shown;
     if (o.columns.empty()) {
         for (const Json& column : layout["columns"]) shown.push_back(&column);
-        const bool captioned = !o.wide && o.node.empty() && shown.size() > 2;
+        const bool captioned = !o.wide && o.nodes.empty() && shown.size() > 2;
         if (captioned) shown.erase(shown.begin(), shown.begin() + 2);
         return shown;
     }
@@ -142,7 +151,7 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
         }
         table.addRow(std::move(cells));
     }
-    const std::string line = o.wide || !o.columns.empty() || !o.node.empty() ? "" : caption(layout, rows);
+    const std::string line = o.wide || !o.columns.empty() || !o.nodes.empty() ? "" : caption(layout, rows);
     if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
     if (write(table.text(useColour())) != kDone) return kFailed;
     if (document.value("truncated", false)) {
@@ -266,6 +275,26 @@ int listTables(const std::string& output) {
     table.addColumn("ROWS", true);
     for (const Json& t : document["tables"]) {
         table.addRow({cellText(t["name"]), cellText(t["columns"]), cellText(t.value("last_rows", Json()))});
+    }
+    return write(table.text(useColour()));
+}
+
+int listNodes(const std::string& output) {
+    const ApiClient api(apiSocket());
+    const ApiAnswer answer = api.call("/api/v1/nodes", kJson, nullptr);
+    if (answer.status != 200) return refused(answer);
+    if (output == "json") return writeAnswer(answer.body);
+    const Json document = Json::parse(answer.body, nullptr, false);
+    if (!document.is_object() || !document.contains("nodes")) {
+        complain("the agent's answer is no list of nodes");
+        return kFailed;
+    }
+    TextTable table;
+    for (const char* title : {"NODE", "TYPE", "APPLICATION", "VERSION", "AFFINITY", "SINCE", "STATE"}) table.addColumn(title, false);
+    for (const Json& node : document["nodes"]) {
+        const std::string since = readableMilliseconds(node.value("since_ms", 0LL));
+        table.addRow({cellText(node["name"]), cellText(node["type"]), cellText(node["application"]), cellText(node["version"]),
+                      cellText(node["affinity"]), since, cellText(node["state"])});
     }
     return write(table.text(useColour()));
 }

@@ -58,7 +58,9 @@ void addShow(CLI::App& app, ShowOptions& o, int& status) {
     show->add_option("TABLE", o.table, "The table's name, in any case")->required();
     show->add_option("-f,--filter", o.filter, "Such as \"Used_Percent > 80 AND Type = 'ext4' OR SCAN(Device,'nvme')\"");
     show->add_option("-c,--columns", o.columns, "Column names, separated by commas");
-    show->add_option("-n,--node", o.node, "A managed system, for tables of subnodes");
+    show->add_option("-n,--node", o.nodes, "Rows of this managed system only (repeatable, or with commas); '*' for all")
+        ->type_name("NODE")
+        ->allow_extra_args(false);
     show->add_option("-l,--limit", o.limit, "At most so many rows")->check(atLeastOne());
     show->add_option("-o,--output", o.output, "table, json, ndjson or csv")
         ->check(CLI::IsMember({"table", "json", "ndjson", "csv"}));
@@ -95,6 +97,9 @@ int main(int argc, char** argv) {
     CLI::App* tables = app.add_subcommand("tables", "List the tables");
     outputOption(tables);
     tables->callback([&] { status = listTables(output); });
+    CLI::App* nodes = app.add_subcommand("nodes", "List the managed systems: the agent's own and its subnodes");
+    outputOption(nodes);
+    nodes->callback([&] { status = listNodes(output); });
     addShow(app, show, status);
     CLI::App* state = app.add_subcommand("status", "How each table is doing");
     outputOption(state);

@@ -38,7 +38,8 @@ void registerSubnodeDirectory(SubnodeDirectory* directory);
 // Holds the subnode lock, if there is a directory.
 class SubnodeGuard {
   public:
-    SubnodeGuard() : directory_(subnodeDirectory()) {
+    SubnodeGuard() : SubnodeGuard(subnodeDirectory()) {}
+    explicit SubnodeGuard(SubnodeDirectory* directory) : directory_(directory) {
         if (directory_) directory_->acquireLock();
     }
     ~SubnodeGuard() {

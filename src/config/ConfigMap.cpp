@@ -58,14 +58,18 @@ void ConfigMap::setTraceableValue(const char* name, bool secret) {
 
 void ConfigMap::put(const char* name, const char* value) {
     initializeLocalMap();
-    remove(name);
-    localMap_->put(strdup(name), strdup(value));
+    char* key = strdup(name);
+    char* copy = strdup(value);  // before remove: either may be the very entry that is replaced
+    remove(key);
+    localMap_->put(key, copy);
+    index_.entered(key, copy);
 }
 
 void ConfigMap::remove(const char* name) {
     if (!localMap_) return;
     const char* oldKey = nullptr;
     void* oldValue = localMap_->remove(name, &oldKey);
+    if (oldKey) index_.leaves(oldKey, static_cast<const char*>(oldValue));
     std::free(const_cast<char*>(oldKey));
     std::free(oldValue);
 }
@@ -193,14 +197,21 @@ char* ConfigMap::getSubnodeIndex(const char* pc, const char* key, const char* se
     const int highest = getHighestSubnodeIndex(section);
     if (highest < 0) return nullptr;
     char* filtered = validCharFilter(key);
-    char* result = nullptr;
-    for (int i = 1; i <= highest && !result; ++i) {
-        const char* present = getSubnodeKey(pc, section, i);
-        if (present && std::strcmp(present, filtered) == 0) result = strdup(std::to_string(i).c_str());
-    }
+    const int index = localMap_ ? index_.lowestIndex(text(pc) + "_" + text(section), filtered, highest)
+                                : indexFromEnvironment(pc, section, filtered, highest);
     std::free(filtered);
+    char* result = index > 0 ? strdup(std::to_string(index).c_str()) : nullptr;
     trace_detail("Returning index = %s for subnode key %s", result ? result : "(none)", key);
     return result;
+}
+
+// Without a map the names stand in the environment, which has no index.
+int ConfigMap::indexFromEnvironment(const char* pc, const char* section, const char* filtered, int highest) const {
+    for (int i = 1; i <= highest; ++i) {
+        const char* present = getSubnodeKey(pc, section, i);
+        if (present && std::strcmp(present, filtered) == 0) return i;
+    }
+    return 0;
 }
 
 const char* ConfigMap::getSubnodeKey(const char* pc, const char* section, int index) const {

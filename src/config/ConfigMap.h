@@ -13,6 +13,7 @@
 
 #include <mutex>
 
+#include "config/ConfigIndex.h"
 #include "foundation/HashMap.h"
 
 class ConfigMap {
@@ -43,6 +44,7 @@ class ConfigMap {
     // environment forgets them as well. Kept: a type whose name continues this one's after an '_' is hit too.
     void removeSubnodeProperties(const char* section, int index);
     HashMapIterator iterator() const;  // only with a local map
+    const ConfigIndex& index() const { return index_; }  // of the local map
 
     // Index of the section: -1 no subnode section, 0 the defaults section, above 0 a subnode; -2 the ID has an index
     // already, -3 nothing of the ID is valid.
@@ -63,8 +65,11 @@ class ConfigMap {
     void trace() const;
 
   private:
+    int indexFromEnvironment(const char* pc, const char* section, const char* filtered, int highest) const;
+
     std::mutex mutex_;
     HashMap* localMap_ = nullptr;
+    ConfigIndex index_;
 };
 
 extern ConfigMap& configMap;

@@ -16,29 +16,18 @@ bool isValid(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
 }
 
-// The variable of a subnode's property: the text between "PC_SECTION_" and the last '_', if the name has this prefix
-// and its last part is `part` (`byPrefix`: begins with it).
-bool variableOf(const char* name, const std::string& prefix, const char* part, bool byPrefix, std::string* variable) {
-    if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0) return false;
-    const char* rest = name + prefix.size();
-    const char* last = std::strrchr(rest, '_');
-    if (!last) return false;
-    const bool fits = byPrefix ? std::strncmp(last + 1, part, std::strlen(part)) == 0 : std::strcmp(last + 1, part) == 0;
-    if (!fits) return false;
-    variable->assign(rest, static_cast<std::size_t>(last - rest));
-    return true;
-}
-
+// Of each property that begins with "PC_SECTION_" and whose last part is `part` (`byPrefix`: begins with it), the variable
+// between the two with its value, unless it is there already.
 int collectEnv(HashMap* env, const std::string& prefix, const char* part, bool byPrefix) {
     int found = 0;
-    std::string variable;
-    HashMapIterator it = configMap.iterator();
-    while (it.hasNext()) {
-        it.next();
-        if (!variableOf(it.getKey(), prefix, part, byPrefix, &variable) || env->contains(variable.c_str())) continue;
-        env->put(strdup(variable.c_str()), copyOf(static_cast<const char*>(it.getData())));
+    configMap.index().forEachEndingWith(part, byPrefix, [&](const std::string& name) {
+        const std::size_t last = name.rfind('_');
+        if (name.compare(0, prefix.size(), prefix) != 0 || last < prefix.size()) return;
+        const std::string variable = name.substr(prefix.size(), last - prefix.size());
+        if (env->contains(variable.c_str())) return;
+        env->put(strdup(variable.c_str()), copyOf(configMap.get(name.c_str())));
         ++found;
-    }
+    });
     return found;
 }
 

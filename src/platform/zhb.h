@@ -44,7 +44,8 @@ extern "C" __attribute__((weak)) void AgTerminate();
 
 enum { HBX_OK = 0, HBX_SUBNODE_FAILED = 7 };
 
-// Registers a managed system. HBX_SUBNODE_FAILED if the name is null, empty, longer than 32 bytes or known.
+// Registers a managed system. HBX_SUBNODE_FAILED if the name is null, empty, longer than 32 bytes or known. While nothing
+// can be delivered the registration stands and waits.
 int HBX_Subnode_Register_nAff(const char* msn, const char* appl, const char* version, int count,
                               const char* affinity, const char* affinityVersion, const char* feature1,
                               const char* feature2, const char* feature3);

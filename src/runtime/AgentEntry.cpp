@@ -9,6 +9,7 @@
 #include "collection/schedule/RefreshThread.h"
 #include "collection/schedule/ThreadPool.h"
 #include "collection/status/StatusTables.h"
+#include "config/subnodes/SubnodeManager.h"
 #include "foundation/Corrections.h"
 #include "foundation/FatalExit.h"
 #include "foundation/Locale.h"
@@ -156,6 +157,7 @@ void AgTerminate() {
         trace_error("Collections are still running; their objects are left to the end of the process");
         return;
     }
+    deleteSubnodeManager();  // its clones share names and metrics with the classes they were made from
     if (queryClassList) {
         ListCursor cursor = queryClassList->getClassListCursor();
         while (cursor.hasMoreElements()) {

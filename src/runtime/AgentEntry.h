@@ -26,7 +26,7 @@ bool deriveInstanceName(int argc, const char* const* argv, const char* hostName,
 // Collects all discovery classes once and compares what they report. One pass of the discovery thread.
 void updateDiscoveryAttributeGroups();
 
-// Starts the discovery thread; stops pool, refresh and discovery threads. stopBackgroundThreads is false if one of them
+// Starts the discovery thread; stops pool, refresh, discovery and zombie threads. stopBackgroundThreads is false if one of them
 // did not end in time.
 void startDiscoveryThread();
 bool stopBackgroundThreads(long milliseconds);

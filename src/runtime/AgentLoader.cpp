@@ -3,16 +3,16 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <string>
 
-#include "collection/ResultsManager.h"
 #include "collection/StartHooks.h"
-#include "collection/SubnodeDirectory.h"
 #include "collection/VXClientClass.h"
 #include "collection/schedule/RefreshThread.h"
 #include "collection/schedule/ThreadPool.h"
 #include "collection/status/StatusTables.h"
+#include "config/subnodes/DiscoveryPass.h"
+#include "config/subnodes/SubnodeManager.h"
 #include "foundation/StopSignal.h"
 #include "foundation/Trace.h"
 #include "platform/zhb.h"
@@ -124,14 +124,14 @@ int discoveryInterval() {
     return kDiscoveryInterval;
 }
 
-void updateClones(SubnodeDirectory* directory, const AttributeGroupMeta* meta) {
-    TRACE_FUNCTION();
-    trace_error("Periodic update has encountered a DAG SAG. This code path is untested.");
-    if (!directory) return;
-    for (const ClassPin& clone : directory->getAllSubnodeQueryClasses(meta)) {
-        if (!static_cast<ResultsManager*>(clone.get())->collectAnew(nullptr)) continue;
-        directory->discoveryAttributeGroupWasUpdated(clone.get());
+bool anyGroupHasSubnodes() {
+    HashMapIterator it = metaMap.iterator();
+    while (it.hasNext()) {
+        it.next();
+        const auto* meta = static_cast<const AttributeGroupMeta*>(it.getData());
+        if (meta->subnodeType() || meta->isDiscoveryAttributeGroup()) return true;
     }
+    return false;
 }
 
 void* periodicallyUpdateDiscoveryAttributeGroups(void*) {
@@ -149,21 +149,8 @@ void* periodicallyUpdateDiscoveryAttributeGroups(void*) {
 void updateDiscoveryAttributeGroups() {
     TRACE_FUNCTION();
     trace_detail("Performing periodic discovery attribute group update");
-    SubnodeGuard guard;
-    SubnodeDirectory* directory = subnodeDirectory();
     int number = 0;
-    forEachClass([&](VXClientClass* queryClass) {
-        const AttributeGroupMeta* meta = findAttributeGroupMeta(queryClass->getAttributeGroup());
-        if (!meta || !meta->isDiscoveryAttributeGroup()) return;
-        char id[32];
-        std::snprintf(id, sizeof id, "pudag%d", number++);
-        if (meta->subnodeType()) {
-            updateClones(directory, meta);
-            return;
-        }
-        const bool ours = static_cast<ResultsManager*>(queryClass)->collectAnew(id);
-        if (ours && directory) directory->discoveryAttributeGroupWasUpdated(queryClass);
-    });
+    updateDiscoveryClasses([&number] { return "pudag" + std::to_string(number++); }, WhenCollecting::Skip);
 }
 
 void startDiscoveryThread() {
@@ -184,6 +171,7 @@ bool stopBackgroundThreads(long milliseconds) {
     discoveryStop.stop();
     if (refreshThread) ended = refreshThread->stop(milliseconds) && ended;
     if (threadPool) ended = threadPool->stop(milliseconds) && ended;
+    ended = stopSubnodeManager(milliseconds) && ended;
     ended = discoveryStop.waitForEnd(milliseconds) && ended;
     if (!ended) return false;
     delete refreshThread;
@@ -200,6 +188,7 @@ int load_agents() {
     makeThreadPool(poolSize(&eventLogs, refreshInterval != nullptr));
     makeStatusClasses();
     for (const char* feature : kFeatures) HBX_SetAffinity(feature);
+    if (anyGroupHasSubnodes()) getSubnodeManager();
     bool discovery = false;
     forEachClass([&](VXClientClass* queryClass) { discovery = loadTable(queryClass) || discovery; });
     if (discovery) startDiscoveryThread();

@@ -1,25 +1,33 @@
 #include "config/subnodes/ConfigSections.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "collection/SubnodeDirectory.h"
-#include "collection/VXClientClass.h"
 #include "config/ConfigFile.h"
 #include "config/ConfigMap.h"
+#include "config/subnodes/DiscoveryPass.h"
 #include "foundation/Trace.h"
-#include "runtime/reference/AttributeGroupMeta.h"
 
 namespace {
 
-// One change of the file at a time, from parse to write; never taken while configMap's lock is held.
+// One change at a time, of file and map together. configMap's lock is taken under it and never the other way round; the
+// subnode lock is not taken under it.
 std::mutex& fileChange = *new std::mutex;
 
 std::atomic<unsigned> updateCount{0};
+
+struct Property {
+    std::string name;
+    std::string value;
+    bool secret;
+};
 
 ConfigOpStatus* failed(ConfigOpStatus* status) {
     TRACE_FUNCTION();
@@ -32,24 +40,36 @@ ConfigOpStatus* noFile(ConfigOpStatus* status) {
     return failed(status);
 }
 
-void addProperty(ConfigFile& file, ZCF::ConfigSection target, const char* section, int index, const char* property) {
-    TRACE_FUNCTION();
-    const char* equals = std::strchr(property, '=');
-    if (!equals || equals == property) return;
-    const std::string name(property, equals);
+bool readProperty(const ConfigFile& file, const char* text, Property* property) {
+    const char* equals = std::strchr(text, '=');
+    if (!equals || equals == text) return false;
+    property->name.assign(text, equals);
     const char* value = equals + 1;
     while (*value == ' ') ++value;
-    if (!*value) return;
-    const bool secret = file.isPropertyEncrypted(name.c_str());
-    if (index != -1) {
-        configMap.setSubnodeProperty(section, index, name.c_str(), value, secret);
-    } else if (configMap.get(name.c_str())) {
-        trace_detail("Property %s already exists, not overwriting it", name.c_str());
-        return;
-    } else {
-        configMap.setEnvProperty(name.c_str(), value, true, secret);
+    property->value = value;
+    property->secret = file.isPropertyEncrypted(property->name.c_str());
+    return *value != '\0';
+}
+
+// Writes the properties into the new section of the file; the result is what the map is to take.
+std::vector<Property> writeProperties(ConfigFile& file, ZCF::ConfigSection target, bool plain,
+                                      const char* const* properties) {
+    TRACE_FUNCTION();
+    std::vector<Property> written;
+    for (; properties && *properties; ++properties) {
+        Property property;
+        if (!readProperty(file, *properties, &property)) continue;
+        const char* name = property.name.c_str();
+        const auto isSame = [&](const Property& other) { return other.name == property.name; };
+        if (plain && (configMap.get(name) || std::any_of(written.begin(), written.end(), isSame))) {
+            trace_detail("Property %s already exists, not overwriting it", name);
+        } else if (!file.setProperty(target, name, property.value.c_str(), property.secret)) {
+            trace_error("Property %s cannot be written to the configuration file, it is left out", name);
+        } else {
+            written.push_back(std::move(property));
+        }
     }
-    file.setProperty(target, name.c_str(), value, secret);
+    return written;
 }
 
 void setExists(ConfigOpStatus* status, const char* section, const char* id) {
@@ -67,6 +87,65 @@ bool isValidId(const char* id) {
     return valid;
 }
 
+// The index of a subnode section, 0 if there is none.
+int indexOf(const char* section, const char* id) {
+    char* text = configMap.getSubnodeIndex(configMap.get(ConfigMap::productCodeVariable), id, section);
+    const int index = text ? std::atoi(text) : 0;
+    std::free(text);
+    return index;
+}
+
+// The file first: what it does not take leaves no trace in the map. Map and file agree again before the next change.
+bool addToFileAndMap(const char* section, const char* id, const char* const* properties, ConfigOpStatus* status) {
+    const std::lock_guard change(fileChange);
+    ConfigFile file;
+    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status), false;
+    const bool inFile = !file.findSection(section, id).isNull();
+    std::vector<Property> written;
+    {
+        ConfigMapGuard guard;
+        // Another ID that is the same once filtered exists as well.
+        if (inFile || (*id && indexOf(section, id) > 0)) return setExists(status, section, id), failed(status), false;
+        const bool plain = !*id && configMap.getHighestSubnodeIndex(section) < 0;
+        written = writeProperties(file, file.addSection(section, id), plain, properties);
+    }
+    if (!file.writeConfig()) return noFile(status), false;
+    ConfigMapGuard guard;
+    const int index = configMap.addSection(section, id);
+    for (const Property& property : written) {
+        if (index == -1) {
+            configMap.setEnvProperty(property.name.c_str(), property.value.c_str(), true, property.secret);
+        } else {
+            configMap.setSubnodeProperty(section, index, property.name.c_str(), property.value.c_str(), property.secret);
+        }
+    }
+    return true;
+}
+
+bool removeFromFileAndMap(const char* section, const char* id, ConfigOpStatus* status) {
+    const std::lock_guard change(fileChange);
+    ConfigFile file;
+    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status), false;
+    int index = 0;
+    std::string writtenId = id;
+    {
+        ConfigMapGuard guard;
+        index = indexOf(section, id);
+        if (const char* asWritten = index > 0 ? configMap.getSectionID(section, index) : nullptr) writtenId = asWritten;
+    }
+    if (index == 0) {
+        status->set(CONFIG_SECTION_NOT_FOUND, "Section %s:%s not found.", section ? section : "", id);
+        return failed(status), false;
+    }
+    // One that somebody took out of the file by hand is only forgotten.
+    const bool inFile = !file.findSection(section, writtenId.c_str()).isNull();
+    if (inFile && (!file.removeSection(section, writtenId.c_str()) || !file.writeConfig())) return noFile(status), false;
+    ConfigMapGuard guard;
+    configMap.removeSection(section, id);
+    configMap.removeSubnodeProperties(section, index);
+    return true;
+}
+
 }  // namespace
 
 ConfigOpStatus* addAgentConfigSection(const char* section, const char* id, const char* const* properties) {
@@ -81,25 +160,8 @@ ConfigOpStatus* addAgentConfigSection(const char* section, const char* id, const
         status->set(CONFIG_BAD_SECTION_ID, "Section ID %s is not valid.", id);
         return failed(status);
     }
-    std::lock_guard change(fileChange);
-    ConfigFile file;
-    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status);
-    if (!file.findSection(section, id).isNull()) {
-        setExists(status, section, id);
-        return failed(status);
-    }
-    {
-        ConfigMapGuard guard;
-        const int index = configMap.addSection(section, id);
-        if (index < -1) {  // another ID that is the same once filtered
-            setExists(status, section, id);
-            return failed(status);
-        }
-        ZCF::ConfigSection added = file.addSection(section, id);
-        for (; properties && *properties; ++properties) addProperty(file, added, section, index, *properties);
-    }
+    if (!addToFileAndMap(section, id, properties, status)) return status;
     updateSubnodes(section);
-    if (!file.writeConfig()) return noFile(status);
     status->set(CONFIG_OK, "Section successfully added.");
     return status;
 }
@@ -111,43 +173,21 @@ ConfigOpStatus* removeAgentConfigSection(const char* section, const char* id) {
         status->set(CONFIG_NO_SECTION_ID, "Section ID not specified.");
         return failed(status);
     }
-    std::lock_guard change(fileChange);
-    ConfigFile file;
-    if (!file.parseConfig() || !file.loadConfigInstance()) return noFile(status);
-    std::string writtenId;
-    {
-        ConfigMapGuard guard;
-        char* indexText = configMap.getSubnodeIndex(configMap.get(ConfigMap::productCodeVariable), id, section);
-        if (!indexText) {
-            status->set(CONFIG_SECTION_NOT_FOUND, "Section %s:%s not found.", section ? section : "", id);
-            return failed(status);
-        }
-        const int index = std::atoi(indexText);
-        std::free(indexText);
-        const char* asWritten = configMap.getSectionID(section, index);
-        writtenId = asWritten ? asWritten : id;
-        configMap.removeSection(section, id);
-        configMap.removeSubnodeProperties(section, index);
-    }
+    if (!removeFromFileAndMap(section, id, status)) return status;
     updateSubnodes(section);
-    if (!file.removeSection(section, writtenId.c_str()) || !file.writeConfig()) return noFile(status);
     status->set(CONFIG_OK, "Section successfully removed.");
     return status;
 }
 
 void updateSubnodes(const char* section) {
     TRACE_FUNCTION();
-    trace_detail("updating subnodes after a change of section %s", section);
-    SubnodeDirectory* directory = subnodeDirectory();
-    if (!directory || !queryClassList) return;
-    SubnodeGuard guard;
-    for (ListCursor c = queryClassList->getClassListCursor(); c.hasMoreElements(); c.setToNext()) {
-        auto* queryClass = static_cast<VXClientClass*>(c.getCurrentElement());
-        const AttributeGroupMeta* meta = queryClass->getAttributeGroupMeta();
-        if (!meta || !meta->isDiscoveryAttributeGroup()) continue;
-        char id[16];
-        std::snprintf(id, sizeof id, "ta%06x", updateCount++ & 0xFFFFFFu);
-        queryClass->collectData(id);
-        directory->discoveryAttributeGroupWasUpdated(queryClass);
-    }
+    trace_detail("updating subnodes after a change of section %s", section ? section : "");
+    if (!subnodeDirectory()) return;
+    updateDiscoveryClasses(
+        [] {
+            char id[16];
+            std::snprintf(id, sizeof id, "ta%06x", updateCount++ & 0xFFFFFFu);
+            return std::string(id);
+        },
+        WhenCollecting::Wait);
 }

@@ -5,6 +5,7 @@
 #include "host/framework/AgentCall.h"
 #include "host/model/Json.h"
 #include "host/model/RowWriter.h"
+#include "platform/zsb.h"
 
 namespace almanac::host {
 namespace {
@@ -14,6 +15,12 @@ constexpr char kReadPut[] = "GET, HEAD, PUT, OPTIONS";
 constexpr std::size_t kMaxEventsAnswered = 1000;
 
 double seconds(std::chrono::nanoseconds time) { return std::chrono::duration<double>(time).count(); }
+
+std::int64_t wallMilliseconds() {
+    timespec now{};
+    ZSV1_GetTime(&now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 ApiResponse jsonResponse(std::string body) {
     ApiResponse response;
@@ -88,7 +95,7 @@ std::optional<ApiResponse> strayParameter(const HttpTarget& target,
 const Api::Route Api::kRoutes[] = {
     {"/api/v1/agent", kRead, &Api::agent},     {"/api/v1/tables", kRead, &Api::tables},
     {"/api/v1/tables/{}", kRead, &Api::table}, {"/api/v1/tables/{}/rows", kRead, &Api::rows},
-    {"/api/v1/status", kRead, &Api::status},   {"/api/v1/subnodes", kRead, &Api::subnodes},
+    {"/api/v1/status", kRead, &Api::status},   {"/api/v1/nodes", kRead, &Api::nodes},
     {"/api/v1/events", kRead, &Api::events},   {"/api/v1/trace", kReadPut, &Api::trace},
     {"/healthz", kRead, &Api::healthz},        {"/readyz", kRead, &Api::readyz},
 };
@@ -96,7 +103,8 @@ const Api::Route Api::kRoutes[] = {
 Api::Api(Framework& framework, std::string dataDirectory)
     : framework_(framework),
       dataDirectory_(std::move(dataDirectory)),
-      started_(std::chrono::steady_clock::now()) {}
+      started_(std::chrono::steady_clock::now()),
+      startedWall_(wallMilliseconds()) {}
 
 std::optional<ApiResponse> Api::gate(const ApiRequest& request) const {
     if (request.local) return std::nullopt;
@@ -245,14 +253,27 @@ std::optional<ApiDeadline> Api::status(Call& call, const std::string&) {
     return std::nullopt;
 }
 
-std::optional<ApiDeadline> Api::subnodes(Call& call, const std::string&) {
+// The agent's own managed system first, then the subnodes by name.
+std::optional<ApiDeadline> Api::nodes(Call& call, const std::string&) {
     if (auto wrong = strayParameter(call.target, {})) return call.respond(std::move(*wrong)), std::nullopt;
+    const AgentInfo::Values agent = framework_.agent.values();
+    const auto tables = framework_.catalog.list();
     std::string body;
     JsonWriter json(&body);
-    json.beginObject().key("subnodes").beginArray();
+    const auto node = [&json](std::string_view name, std::string_view type, std::string_view application) {
+        json.beginObject().key("name").value(name).key("type").value(type).key("application").value(application);
+    };
+    json.beginObject().key("nodes").beginArray();
+    node(framework_.agent.originNode(), agent.nodeType, tables.empty() ? agent.product : tables.front()->application());
+    json.key("version").value(agent.version);
+    json.key("affinity").value(agent.affinities.empty() ? std::string() : agent.affinities.front());
+    json.key("subnode").value(false).key("since_ms").value(static_cast<long long>(startedWall_));
+    json.key("state").value("registered").endObject();
     for (const Subnode& subnode : framework_.subnodes.list()) {
-        json.beginObject().key("name").value(subnode.name).key("application").value(subnode.application);
-        json.key("version").value(subnode.version).key("affinity").value(subnode.affinity).endObject();
+        node(subnode.name, subnodeTypeOf(subnode.name), subnode.application);
+        json.key("version").value(subnode.version).key("affinity").value(subnode.affinity);
+        json.key("subnode").value(true).key("since_ms").value(static_cast<long long>(subnode.since));
+        json.key("state").value(subnode.pending ? "pending" : "registered").endObject();
     }
     json.endArray().endObject();
     call.respond(jsonResponse(std::move(body)));

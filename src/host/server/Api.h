@@ -42,7 +42,7 @@ class Api {
     std::optional<ApiDeadline> table(Call& call, const std::string& name);
     std::optional<ApiDeadline> rows(Call& call, const std::string& name);
     std::optional<ApiDeadline> status(Call& call, const std::string& name);
-    std::optional<ApiDeadline> subnodes(Call& call, const std::string& name);
+    std::optional<ApiDeadline> nodes(Call& call, const std::string& name);
     std::optional<ApiDeadline> events(Call& call, const std::string& name);
     std::optional<ApiDeadline> trace(Call& call, const std::string& name);
     std::optional<ApiDeadline> healthz(Call& call, const std::string& name);
@@ -51,6 +51,7 @@ class Api {
     Framework& framework_;
     const std::string dataDirectory_;
     const std::chrono::steady_clock::time_point started_;
+    const std::int64_t startedWall_;  // milliseconds since 1970
 };
 
 // The API's token file, "<data directory>/token", mode 0600: made at first use with 32 random bytes in

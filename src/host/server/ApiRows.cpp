@@ -1,5 +1,7 @@
 // Rows of a table: from the query to a sample, and from its row buffers to the answer's bytes. The bytes are
 // made on the request thread, so that a large answer never holds up other connections.
+#include <unordered_set>
+
 #include "host/base/HostTrace.h"
 #include "host/model/Json.h"
 #include "host/server/Api.h"
@@ -8,21 +10,52 @@
 namespace almanac::host {
 namespace {
 
-// The subnodes that the query names; all that are known if it names none or "*". False if one is not known.
-bool chooseSubnodes(const SubnodeDirectory& directory, std::vector<std::string>* names,
-                    std::string* unknown) {
-    bool all = names->empty();
-    for (const std::string& name : *names) {
-        all = all || name == "*";
-        if (name != "*" && !directory.knows(name)) {
-            *unknown = name;
+// Whose rows are asked for.
+struct ChosenNodes {
+    std::vector<std::string> subnodes;  // each once, in the order asked for
+    bool own = false;                   // the agent's own node too
+    std::string unknown;                // the first name that nobody has
+};
+
+// All nodes if the query names none or "*". A value is one name if there is such a node, else names with commas between.
+ChosenNodes chooseNodes(const Framework& framework, const std::vector<std::string>& given) {
+    ChosenNodes chosen;
+    const std::string own = framework.agent.originNode();
+    std::unordered_set<std::string> seen;
+    bool all = given.empty();
+    const auto take = [&](const std::string& name) {
+        if (name == "*") {
+            all = true;
+        } else if (name == own) {
+            chosen.own = true;
+        } else if (!framework.subnodes.knows(name)) {
             return false;
+        } else if (seen.insert(name).second) {
+            chosen.subnodes.push_back(name);
         }
+        return true;
+    };
+    for (const std::string& value : given) {
+        if (take(value)) continue;
+        for (const std::string& name : splitList(value)) {
+            if (!take(name) && chosen.unknown.empty()) chosen.unknown = name;
+        }
+        if (chosen.unknown.empty() && splitList(value).empty()) chosen.unknown = value;
     }
-    if (!all) return true;
-    names->clear();
-    for (const Subnode& subnode : directory.list()) names->push_back(subnode.name);
-    return true;
+    if (!all || !chosen.unknown.empty()) return chosen;
+    chosen.own = true;
+    chosen.subnodes = framework.subnodes.names();
+    return chosen;
+}
+
+// Whether the rows are the agent's own: their first column, the origin, names its node.
+bool areOwnRows(const Batch& rows, const std::string& own) {
+    if (rows.empty() || rows.layout()->columns.empty()) return false;
+    const Column& origin = rows.layout()->columns.front();
+    if (origin.kind != ColumnKind::Text) return false;
+    std::string_view text(rows.row(0) + origin.offset, static_cast<std::size_t>(origin.length));
+    text = text.substr(0, text.find('\0'));
+    return text.substr(0, text.find_last_not_of(' ') + 1) == own;
 }
 
 ApiResponse refusal(SampleStatus status) {
@@ -75,21 +108,26 @@ std::optional<ApiDeadline> Api::rows(Call& call, const std::string& name) {
     ApiResponse wrong;
     std::optional<RowsQuery> query = parseRowsQuery(call.target, call.request.accept, *layout, &wrong);
     if (!query) return call.respond(std::move(wrong)), std::nullopt;
-    std::string unknown;
-    if (!chooseSubnodes(framework_.subnodes, &query->subnodes, &unknown))
-        return call.respond(problem(404, "no subnode has the name '" + unknown + "'")), std::nullopt;
+    const ChosenNodes nodes = chooseNodes(framework_, query->nodes);
+    if (!nodes.unknown.empty())
+        return call.respond(problem(404, "no managed system has the name '" + nodes.unknown + "'")), std::nullopt;
+    // A table without subnodes answers whatever nodes are named.
+    const std::string foreign = nodes.own ? "" : framework_.agent.originNode();
 
     SampleQuery sample;
     sample.table = entry;
     sample.filter = query->filter;
-    sample.subnodes = query->subnodes;
+    sample.subnodes = nodes.subnodes;
     sample.limit = query->limit;
     std::shared_ptr<SampleTicket> ticket;
-    auto done = [respond = call.respond, query = *query, entry](SampleResult&& result) {
+    auto done = [respond = call.respond, query = *query, entry, foreign](SampleResult&& result) {
         if (result.status == SampleStatus::Abandoned) return;
         ApiResponse response;
         try {
-            response = answer(query, *entry, result);
+            response = !foreign.empty() && areOwnRows(result.rows, foreign)
+                           ? problem(404, "table '" + entry->name() + "' has rows of '" + foreign +
+                                              "' alone, not of other managed systems")
+                           : answer(query, *entry, result);
         } catch (...) {
             response = problem(500, "the answer needs more memory than there is");
         }

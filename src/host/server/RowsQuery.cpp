@@ -34,6 +34,8 @@ bool readDeadline(std::string_view text, std::chrono::milliseconds* out) {
     return true;
 }
 
+}  // namespace
+
 std::vector<std::string> splitList(std::string_view text) {
     std::vector<std::string> items;
     while (!text.empty()) {
@@ -43,6 +45,8 @@ std::vector<std::string> splitList(std::string_view text) {
     }
     return items;
 }
+
+namespace {
 
 bool readColumns(const std::string& text, const TableLayout& layout, RowsQuery* query, ApiResponse* wrong) {
     for (const std::string& name : splitList(text)) {
@@ -88,7 +92,7 @@ std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_vi
     std::set<std::string> seen;
     for (const auto& [name, value] : target.query) {
         const bool again = !seen.insert(name).second;
-        if (again && name != "columns" && name != "subnode") {
+        if (again && name != "columns" && name != "node") {
             *wrong = problem(400, "the parameter '" + name + "' stands more than once");
             return std::nullopt;
         }
@@ -96,8 +100,8 @@ std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_vi
             if (!readFilter(value, layout, &query, wrong)) return std::nullopt;
         } else if (name == "columns") {
             if (!readColumns(value, layout, &query, wrong)) return std::nullopt;
-        } else if (name == "subnode") {
-            for (std::string& subnode : splitList(value)) query.subnodes.push_back(std::move(subnode));
+        } else if (name == "node") {
+            if (!value.empty()) query.nodes.push_back(value);
         } else if (name == "limit") {
             if (!readLimit(value, &query.limit)) {
                 *wrong = problem(400, "limit: '" + value + "' is no number from 0 to 2147483647");
@@ -115,7 +119,7 @@ std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_vi
             }
         } else {
             *wrong = problem(400, "no parameter has the name '" + name +
-                                      "'; there are filter, columns, subnode, limit, deadline and format");
+                                      "'; there are filter, columns, node, limit, deadline and format");
             return std::nullopt;
         }
     }

@@ -18,16 +18,19 @@ namespace almanac::host {
 struct RowsQuery {
     std::shared_ptr<const Filter> filter;
     std::vector<const Column*> columns;  // empty for all; of the layout given
-    std::vector<std::string> subnodes;   // "*" stands for all that are known
+    std::vector<std::string> nodes;      // as they were given: a name, or names with commas between; "*" for all
     std::size_t limit = SIZE_MAX;
     std::chrono::milliseconds deadline{30000};
     RowFormat format = RowFormat::Json;
 };
 
-// filter, columns, subnode, limit (0 to 2^31 - 1), deadline (seconds, or with "ms" or "s" behind; 1 ms to 1
-// h), format (json, ndjson, csv; else by `accept`). Each once, but columns and subnode, which also take
-// commas. Nothing if something is wrong; `wrong` is then the answer (400 or 406).
+// filter, columns, node, limit (0 to 2^31 - 1), deadline (seconds, or with "ms" or "s" behind; 1 ms to 1
+// h), format (json, ndjson, csv; else by `accept`). Each once, but columns, which also takes
+// commas, and node. Nothing if something is wrong; `wrong` is then the answer (400 or 406).
 std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept,
                                         const TableLayout& layout, ApiResponse* wrong);
+
+// What stands between commas; empty items are left out.
+std::vector<std::string> splitList(std::string_view text);
 
 }  // namespace almanac::host

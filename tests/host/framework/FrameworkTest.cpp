@@ -107,19 +107,26 @@ TEST(Requests, WithoutDetailAreWholeAndEmpty) {
 
 TEST(Subnodes, NamesAreUniqueShortAndDeliverable) {
     SubnodeDirectory directory;
-    EXPECT_EQ(directory.enroll({"AA:one:TT", "AA", "1", "%X", {}}), HBX_OK);
-    EXPECT_EQ(directory.enroll({"AA:one:TT", "AA", "1", "%X", {}}), HBX_SUBNODE_FAILED);
-    EXPECT_EQ(directory.enroll({"", "AA", "1", "%X", {}}), HBX_SUBNODE_FAILED);
-    EXPECT_EQ(directory.enroll({std::string(33, 'x'), "AA", "1", "%X", {}}), HBX_SUBNODE_FAILED);
-    EXPECT_EQ(directory.enroll({std::string(32, 'x'), "AA", "1", "%X", {}}), HBX_OK);
+    EXPECT_EQ(directory.enroll({"AA:one:TT", "AA", "1", "%X", {}, 0, false}), HBX_OK);
+    EXPECT_EQ(directory.enroll({"AA:one:TT", "AA", "1", "%X", {}, 0, false}), HBX_SUBNODE_FAILED);
+    EXPECT_EQ(directory.enroll({"", "AA", "1", "%X", {}, 0, false}), HBX_SUBNODE_FAILED);
+    EXPECT_EQ(directory.enroll({std::string(33, 'x'), "AA", "1", "%X", {}, 0, false}), HBX_SUBNODE_FAILED);
+    EXPECT_EQ(directory.enroll({std::string(32, 'x'), "AA", "1", "%X", {}, 0, false}), HBX_OK);
     directory.setAway(true);
     EXPECT_EQ(directory.flush(), HBX_SUBNODE_FAILED);
-    EXPECT_EQ(directory.enroll({"AA:two:TT", "AA", "1", "%X", {}}), HBX_SUBNODE_FAILED);
+    EXPECT_EQ(directory.enroll({"AA:two:TT", "AA", "1", "%X", {}, 0, false}), HBX_OK);
+    EXPECT_FALSE(directory.list()[0].pending);
+    EXPECT_TRUE(directory.list()[1].pending);
     directory.setAway(false);
-    EXPECT_EQ(directory.flush(), HBX_OK);
+    EXPECT_FALSE(directory.list()[1].pending);
+    directory.setRefusing(true);
+    EXPECT_EQ(directory.enroll({"AA:three:TT", "AA", "1", "%X", {}, 0, false}), HBX_SUBNODE_FAILED);
+    EXPECT_EQ(directory.remove("AA:one:TT"), HBX_SUBNODE_FAILED);
+    directory.setRefusing(false);
     EXPECT_EQ(directory.remove("AA:one:TT"), HBX_OK);
     EXPECT_EQ(directory.remove("AA:one:TT"), HBX_SUBNODE_FAILED);
-    EXPECT_EQ(directory.size(), 1u);
+    EXPECT_EQ(directory.size(), 2u);
+    EXPECT_EQ(subnodeTypeOf("AA:k:e:y:TT") + subnodeTypeOf("AA:TT") + subnodeTypeOf("host"), "TT");
 
     const char* features[] = {"F1", "F2"};
     EXPECT_EQ(HBX_Subnode_RegisterEx(nullptr, "a", "v", "%X", 3, 2, features), HBX_SUBNODE_FAILED);

@@ -101,12 +101,12 @@ TEST(RowsQuery, IsReadStrictly) {
     };
     ApiResponse wrong;
     const auto good = parse(
-        "filter=CPU>1&columns=CPU,NAME&columns=cpu&subnode=a,b&subnode=c&limit=7&deadline=1.5&format=csv",
+        "filter=CPU>1&columns=CPU,NAME&columns=cpu&node=a,b&node=c&limit=7&deadline=1.5&format=csv",
         &wrong, "text/html");
     ASSERT_TRUE(good);
     EXPECT_TRUE(good->filter);
     EXPECT_EQ(good->columns.size(), 3u);
-    EXPECT_EQ(good->subnodes, (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_EQ(good->nodes, (std::vector<std::string>{"a,b", "c"}));
     EXPECT_EQ(good->limit, 7u);
     EXPECT_EQ(good->deadline.count(), 1500);
     EXPECT_EQ(good->format, RowFormat::Csv);

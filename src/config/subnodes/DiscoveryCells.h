@@ -1,0 +1,29 @@
+// The cells of a discovery group's rows.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class ResultInstance;
+class ResultsManager;
+
+namespace DiscoveryCells {
+
+// The text of a row's cell. False if there is none: no such cell, or one that holds no text.
+bool text(const ResultInstance* row, const char* attribute, std::string* out);
+// The "Subnode_MSN" cells of all current rows, in their order. Takes the results lock.
+std::vector<std::string> managedSystemNames(ResultsManager* discovery);
+
+}  // namespace DiscoveryCells
+
+// The results lock of a class for as long as this lives.
+class ResultsGuard {
+  public:
+    explicit ResultsGuard(ResultsManager* results);
+    ~ResultsGuard();
+    ResultsGuard(const ResultsGuard&) = delete;
+    ResultsGuard& operator=(const ResultsGuard&) = delete;
+
+  private:
+    ResultsManager* results_;
+};
