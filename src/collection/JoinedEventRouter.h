@@ -8,6 +8,8 @@ class VXClientClass;
 class JoinedEventRouter {
   public:
     virtual ~JoinedEventRouter() = default;
+    // True while nobody would hear of an event: nothing is then made ready for it.
+    virtual bool isIdle() const { return false; }
     virtual void routeEvent(VXClientClass* source, ResultInstance* row) = 0;
 };
 

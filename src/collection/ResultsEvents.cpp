@@ -13,7 +13,8 @@
 void ResultsManager::sendEventData(ResultInstance* row) {
     TRACE_FUNCTION();
     internalCalculateDerived(row);
-    const bool joined = getObjectType() != VX_JOIN && joinedEventRouter() != nullptr;
+    const JoinedEventRouter* router = getObjectType() != VX_JOIN ? joinedEventRouter() : nullptr;
+    const bool joined = router && !router->isIdle();
     // A pure class's cache owns the row once it is sent, and another event may push it out: the joins get a copy.
     ResultInstance* copy = joined && isPureEventBased() ? row->getDeepCopy() : nullptr;
     sendEventDataToHBX(row);

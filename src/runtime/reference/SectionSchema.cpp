@@ -1,5 +1,7 @@
 #include "runtime/reference/SectionSchema.h"
 
+#include <vector>
+
 #include "foundation/HashMap.h"
 
 namespace {
@@ -29,6 +31,13 @@ const AttributeSchema sharedMetricAttributes[] = {
     {"precision", AttributeSchema::Integer},
     {nullptr, AttributeSchema::Text},
 };
+
+const AttributeSchema* withSharedMetricAttributes(std::initializer_list<AttributeSchema> own) {
+    auto& all = *new std::vector<AttributeSchema>(own);
+    for (const AttributeSchema* shared = sharedMetricAttributes; shared->name; ++shared) all.push_back(*shared);
+    all.push_back({nullptr, AttributeSchema::Text});
+    return all.data();
+}
 
 void registerSectionSchema(const SectionSchema* schema) { schemas().put(schema->section, schema); }
 

@@ -2,6 +2,8 @@
 // itself never reads it. A section's room registers its schema beside its parser.
 #pragma once
 
+#include <initializer_list>
+
 struct AttributeSchema {
     enum Kind { Text, Required, Boolean, Integer, RequiredInteger };
     const char* name;  // null ends the list
@@ -19,6 +21,7 @@ struct SectionSchema {
     const ElementSchema* elements;  // the section's own element among them
     bool makesQueryClass;           // its `ag` attribute names the attribute group it fills
     bool hasTimestampColumn;        // the first declared attribute takes the time stamp
+    bool metricsMayBeLeftOut = false;  // it then shows what its sources have
 };
 
 // `schema` and all it points to must live as long as the process.
@@ -27,3 +30,5 @@ const SectionSchema* findSectionSchema(const char* section);
 
 // The attributes that all metric elements share.
 extern const AttributeSchema sharedMetricAttributes[];
+// The same with some of a section's own, in a list of the caller's that is never freed.
+const AttributeSchema* withSharedMetricAttributes(std::initializer_list<AttributeSchema> own);

@@ -1,0 +1,51 @@
+#include "providers/derived/source/SourceClass.h"
+
+#include <cstring>
+#include <functional>
+
+#include "collection/SubnodeDirectory.h"
+#include "runtime/reference/AttributeGroupMeta.h"
+
+SourceClass::SourceClass(ClassPin clone, const VXClientClass* reader)
+    : source_(static_cast<ResultsManager*>(clone.get())) {
+    if (clone.get() != reader) pin_ = std::move(clone);
+}
+
+SourceClass sourceInSubnode(VXClientClass* declared, const char* key, const VXClientClass* reader) {
+    SubnodeDirectory* directory = subnodeDirectory();
+    const AttributeGroupMeta* meta = declared->getAttributeGroupMeta();
+    if (directory && meta) {
+        SourceClass clone(directory->getSubnodeQueryClassByKey(key, meta), reader);
+        if (clone) return clone;
+    }
+    const bool belongsToSubnodes = meta && meta->subnodeType();
+    return belongsToSubnodes && !declared->getSubnodeKey() ? SourceClass() : SourceClass(declared);
+}
+
+ResultsGuard::ResultsGuard(ResultsManager* one, ResultsManager* other) : first_(one), second_(other) {
+    if (first_ == second_) second_ = nullptr;
+    if (first_ && second_ && std::less<>()(second_, first_)) std::swap(first_, second_);
+    if (first_) first_->acquireResultsLock();
+    if (second_) second_->acquireResultsLock();
+}
+
+ResultsGuard::~ResultsGuard() {
+    if (second_) second_->releaseResultsLock();
+    if (first_) first_->releaseResultsLock();
+}
+
+const ResultMetric* findCell(const ResultInstance* row, const char* attributeName) {
+    if (!attributeName) return nullptr;
+    const auto matches = [attributeName](const ResultMetric* cell) {
+        const char* name = cell->getQMPVMetricName();
+        return name == attributeName || (name && std::strcmp(name, attributeName) == 0);
+    };
+    for (const ResultMetric* cell = row->firstCell(); cell; cell = nextCell(cell)) {
+        if (matches(cell)) return cell;
+    }
+    for (ListIterator derived = row->getDerivedIterator(); derived.hasNext();) {
+        const auto* cell = static_cast<const ResultMetric*>(derived.next());
+        if (matches(cell)) return cell;
+    }
+    return nullptr;
+}
