@@ -15,15 +15,3 @@ bool text(const ResultInstance* row, const char* attribute, std::string* out);
 std::vector<std::string> managedSystemNames(ResultsManager* discovery);
 
 }  // namespace DiscoveryCells
-
-// The results lock of a class for as long as this lives.
-class ResultsGuard {
-  public:
-    explicit ResultsGuard(ResultsManager* results);
-    ~ResultsGuard();
-    ResultsGuard(const ResultsGuard&) = delete;
-    ResultsGuard& operator=(const ResultsGuard&) = delete;
-
-  private:
-    ResultsManager* results_;
-};

@@ -1,6 +1,6 @@
 // What a discovery class reports against what it announced before.
 #include "collection/ManagedSystemName.h"
-#include "collection/ResultsManager.h"
+#include "collection/ResultsGuard.h"
 #include "config/subnodes/DiscoveryCells.h"
 #include "config/subnodes/SubnodeManager.h"
 #include "foundation/Clock.h"
@@ -31,9 +31,6 @@ bool tellsNothing(ResultsManager* dag, bool noRows) {
 }
 
 }  // namespace
-
-ResultsGuard::ResultsGuard(ResultsManager* results) : results_(results) { results_->acquireResultsLock(); }
-ResultsGuard::~ResultsGuard() { results_->releaseResultsLock(); }
 
 bool DiscoveryCells::text(const ResultInstance* row, const char* attribute, std::string* out) {
     const ResultMetric* cell = row->getMetric(attribute);

@@ -1,7 +1,6 @@
 #include "providers/derived/source/SourceClass.h"
 
 #include <cstring>
-#include <functional>
 
 #include "collection/SubnodeDirectory.h"
 #include "runtime/reference/AttributeGroupMeta.h"
@@ -20,18 +19,6 @@ SourceClass sourceInSubnode(VXClientClass* declared, const char* key, const VXCl
     }
     const bool belongsToSubnodes = meta && meta->subnodeType();
     return belongsToSubnodes && !declared->getSubnodeKey() ? SourceClass() : SourceClass(declared);
-}
-
-ResultsGuard::ResultsGuard(ResultsManager* one, ResultsManager* other) : first_(one), second_(other) {
-    if (first_ == second_) second_ = nullptr;
-    if (first_ && second_ && std::less<>()(second_, first_)) std::swap(first_, second_);
-    if (first_) first_->acquireResultsLock();
-    if (second_) second_->acquireResultsLock();
-}
-
-ResultsGuard::~ResultsGuard() {
-    if (second_) second_->releaseResultsLock();
-    if (first_) first_->releaseResultsLock();
 }
 
 const ResultMetric* findCell(const ResultInstance* row, const char* attributeName) {

@@ -2,6 +2,7 @@
 // the rows of those while they read them.
 #pragma once
 
+#include "collection/ResultsGuard.h"
 #include "collection/ResultsManager.h"
 
 // A class that another one reads; may be empty. A subnode's clone is pinned for as long as it is kept here. A class of
@@ -26,20 +27,6 @@ class SourceClass {
 // has none, the class itself. Empty if the class belongs to subnodes and has no clone in this one: it is being removed.
 // Takes no lock but the directory's own.
 SourceClass sourceInSubnode(VXClientClass* declared, const char* key, const VXClientClass* reader);
-
-// Holds the results locks of up to two classes, in the order of their addresses; null ones are left out, one class
-// given twice is locked once.
-class ResultsGuard {
-  public:
-    explicit ResultsGuard(ResultsManager* one, ResultsManager* other = nullptr);
-    ~ResultsGuard();
-    ResultsGuard(const ResultsGuard&) = delete;
-    ResultsGuard& operator=(const ResultsGuard&) = delete;
-
-  private:
-    ResultsManager* first_;
-    ResultsManager* second_;
-};
 
 // The first cell of an attribute in a chain walk, own cells ahead of derived ones (getMetric gives the last); null if
 // there is none.
