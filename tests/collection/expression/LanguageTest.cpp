@@ -122,7 +122,7 @@ TEST(Language, ErrorsAndTheirPlace) {
         EXPECT_EQ(parsed.tree, nullptr) << c.formula;
         EXPECT_EQ(parsed.message, c.message) << c.formula;
         EXPECT_EQ(caretLine(parsed), std::string(c.blanks, ' ') + "^") << c.formula;
-        EXPECT_EQ(parsed.errorOffset, c.offset) << c.formula;
+        EXPECT_EQ(parsed.stopOffset, c.offset) << c.formula;
     }
 }
 
@@ -174,7 +174,7 @@ TEST(Language, RandomTexts) {
         const ParsedFormula parsed = parseFormula(text.c_str());
         EXPECT_NE(parsed.tree == nullptr, parsed.message.empty()) << text;
         EXPECT_LE(caretLine(parsed).size(), text.size() + 1) << text;
-        EXPECT_LE(static_cast<std::size_t>(parsed.errorOffset), text.size()) << text;
+        EXPECT_LE(static_cast<std::size_t>(parsed.stopOffset), text.size()) << text;
         parsedOnes += parsed.tree != nullptr;
         row(text);
     }
