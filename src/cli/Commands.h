@@ -29,6 +29,14 @@ int stopAgent();
 int checkFile(const std::string& file);
 int listCorrections();
 
+struct EvalOptions {
+    std::string formula;
+    std::string type;
+    int repeat = 0;                     // 0: as often as there are values
+    std::vector<std::string> settings;  // NAME=VALUE
+};
+int evaluateFormula(const EvalOptions& options);
+
 struct ShowOptions {
     std::string table;
     std::string filter;

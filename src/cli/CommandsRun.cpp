@@ -1,4 +1,4 @@
-// run, stop, check, corrections: the commands that work with processes.
+// run, stop, check, corrections, eval: the commands that work with processes.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -185,11 +185,14 @@ int runDaemon(const RunOptions& options) {
     return waitUntilReady(child, logPath, logStart);
 }
 
-int runProgram(const std::string& program, const std::string& argument) {
+int runProgram(const std::string& program, std::vector<std::string> arguments) {
+    std::vector<char*> words = {const_cast<char*>(program.c_str())};
+    for (std::string& a : arguments) words.push_back(a.data());
+    words.push_back(nullptr);
     const pid_t child = fork();
     if (child < 0) return kFailed;
     if (child == 0) {
-        execlp(program.c_str(), program.c_str(), argument.c_str(), nullptr);
+        execvp(program.c_str(), words.data());
         complain(program + ": " + std::strerror(errno));
         _exit(127);
     }
@@ -217,7 +220,7 @@ int runAgent(const RunOptions& options) {
     }
     if (options.check) {
         const std::string checker = siblingProgram("almanac-check");
-        const int found = runProgram(checker, path);
+        const int found = runProgram(checker, {path});
         if (found == 1) complain("the reference file has errors; mend them, or run it as it is with --no-check");
         if (found != kDone) return kConfiguration;
     }
@@ -246,8 +249,14 @@ int stopAgent() {
     return kFailed;
 }
 
-int checkFile(const std::string& file) { return runProgram(siblingProgram("almanac-check"), file); }
+int checkFile(const std::string& file) { return runProgram(siblingProgram("almanac-check"), {file}); }
 
-int listCorrections() { return runProgram(siblingProgram("almanac-check"), "--corrections"); }
+int listCorrections() { return runProgram(siblingProgram("almanac-check"), {"--corrections"}); }
+
+int evaluateFormula(const EvalOptions& options) {
+    std::vector<std::string> arguments = {"--eval", options.formula, options.type, std::to_string(options.repeat)};
+    arguments.insert(arguments.end(), options.settings.begin(), options.settings.end());
+    return runProgram(siblingProgram("almanac-check"), std::move(arguments));
+}
 
 }  // namespace almanac::cli

@@ -53,6 +53,19 @@ void addRun(CLI::App& app, RunOptions& o, int& status) {
     app.add_subcommand("stop", "Stop the agent of the data directory")->callback([&] { status = stopAgent(); });
 }
 
+void addEval(CLI::App& app, EvalOptions& o, int& status) {
+    CLI::App* eval = app.add_subcommand("eval", "Evaluate a formula, such as 'trend(last(A, 5))'");
+    eval->add_option("FORMULA", o.formula, "The formula; behind -- if it begins with a minus")->required();
+    eval->add_option("-s,--set", o.settings,
+                     "A cell of the row: A=5, A=5u, A=0.5, A=text (repeatable; a name's further values are those of further collections)")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    eval->add_option("-t,--type", o.type, "The metric's type in the reference file, such as STRING_DATA");
+    eval->add_option("-r,--repeat", o.repeat, "How often the row is collected (default: as often as there are values)")
+        ->check(CLI::Range(1, 1000000));
+    eval->callback([&] { status = evaluateFormula(o); });
+}
+
 void addShow(CLI::App& app, ShowOptions& o, int& status) {
     CLI::App* show = app.add_subcommand("show", "Show the rows of a table");
     show->add_option("TABLE", o.table, "The table's name, in any case")->required();
@@ -83,6 +96,7 @@ int main(int argc, char** argv) {
         ->trigger_on_parse();
     int status = kDone;
     RunOptions run;
+    EvalOptions eval;
     ShowOptions show;
     std::string file;
     std::string output = "table";
@@ -100,6 +114,7 @@ int main(int argc, char** argv) {
     CLI::App* nodes = app.add_subcommand("nodes", "List the managed systems: the agent's own and its subnodes");
     outputOption(nodes);
     nodes->callback([&] { status = listNodes(output); });
+    addEval(app, eval, status);
     addShow(app, show, status);
     CLI::App* state = app.add_subcommand("status", "How each table is doing");
     outputOption(state);

@@ -223,6 +223,51 @@ TEST_F(Command, FaultsOfTheStartAreOneLineAndAnExitCode) {
     EXPECT_NE(almanac("corrections").out.find("event-console"), std::string::npos);
 }
 
+TEST_F(Command, FormulasAtThePromptAndInATable) {
+    const struct {
+        const char* arguments;
+        int status;
+        const char* out;
+        const char* err;  // is part of what is told
+    } cases[] = {
+        {"'A / B * 100' --set A=1 --set B=8", 0, "12.5 (double)\n", ""},
+        {"'A + 1' -s A=2147483647", 0, "2147483648 (64-bit integer)\n", ""},
+        {"'A - 1' -s A=0u", 0, "18446744073709551615 (unsigned 64-bit integer)\n", ""},
+        {"'A + \"!\"' -s A=1.x", 0, "1.x! (text)\n", ""},
+        {"'A + \"!\"' -s 'A=\"42\"'", 0, "42! (text)\n", ""},
+        {"-- '-A' -s", 2, "", "--help"},
+        {"'trend(last(A, 5))' -s A=10 -s A=20 -s A=30", 0, "0 (double)\n30 (double)\n40 (double)\n", ""},
+        {"'count(0)' --repeat 2", 0, "1 (64-bit integer)\n2 (64-bit integer)\n", ""},
+        {"'A' --type STRING_DATA", 0, "A (text)\n", "warning: 'A' is no attribute of the row; it counts as its own name\n    A\n    ^\n"},
+        {"'maks(1)'", 0, "0 (32-bit integer)\n", "did you mean 'max'?"},
+        {"'1 + (2 * '", 1, "", "almanac: formula: parse error (the formula ends too early)\n    1 + (2 * \n             ^\n"},
+        {"'1' --type RATE_DATE", 2, "", "unknown type 'RATE_DATE'; did you mean 'RATE_DATA'?"},
+        {"'1' --set A", 2, "", "--set takes NAME=VALUE, not 'A'"},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = almanac(std::string("eval ") + c.arguments);
+        EXPECT_EQ(o.status, c.status) << c.arguments;
+        EXPECT_EQ(o.out, c.out) << c.arguments;
+        EXPECT_NE(o.err.find(c.err), std::string::npos) << c.arguments << " tells\n" << o.err;
+        if (!*c.err) {
+            EXPECT_EQ(o.err, "") << c.arguments;
+        }
+    }
+    const std::string file = oneTable("echo a,5; echo b,-7");
+    std::string text = readFile(file);
+    text.replace(text.find("</ag>"), 5,
+                 "<attr name=\"Half\" type=\"7\" size=\"8\" hint=\"d-1\"/><attr name=\"Label\" type=\"2\" size=\"16\"/></ag>");
+    text.replace(text.find("</script>"), 9,
+                 "<metric name=\"Half\" type=\"NUMERIC_64BIT_DATA\" visible=\"true\" scale=\"1\" scaleTransparent=\"true\" "
+                 "formula=\"Number / 2\"/>\n<metric name=\"Label\" type=\"STRING_DATA\" visible=\"true\" "
+                 "formula=\"Name + &quot;=&quot; + itoa(Number)\"/></script>");
+    writeFile(file, text);
+    EXPECT_EQ(almanac("check '" + file + "'").out, "");
+    ASSERT_EQ(almanac("run --daemon '" + file + "'").status, 0);
+    EXPECT_EQ(almanac("show One -o ndjson -c Name,Half,Label").out,
+              "{\"Name\":\"a\",\"Half\":2.5,\"Label\":\"a=5\"}\n{\"Name\":\"b\",\"Half\":-3.5,\"Label\":\"b=-7\"}\n");
+}
+
 TEST_F(Command, ScriptsThatMisbehaveKeepToTheirTable) {
     const std::string bad = data_.path("bad.sh");
     writeFile(bad, "#!/bin/sh\nprintf 'a,1\\n'; kill -9 $$\n");

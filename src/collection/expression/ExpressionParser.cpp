@@ -46,11 +46,8 @@ class ExpressionParser {
                 readBehindOperand();
             }
         }
-        if (parsed_.message.empty()) {
-            parsed_.tree = std::make_unique<ExpressionTree>(std::move(nodes_), deepestValues_);
-        } else {
-            parsed_.errorOffset = token_.offset;
-        }
+        if (parsed_.message.empty()) parsed_.tree = std::make_unique<ExpressionTree>(std::move(nodes_), deepestValues_);
+        parsed_.stopOffset = token_.offset;
         parsed_.expressionColumn = scanner_.column();
         return std::move(parsed_);
     }

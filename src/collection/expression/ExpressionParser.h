@@ -13,10 +13,9 @@
 
 struct ParsedFormula {
     std::unique_ptr<ExpressionTree> tree;  // null on a syntax error
-    // On a syntax error: what is wrong; where the token that fits nowhere begins; how many bytes were read by then.
-    std::string message;
-    int errorOffset = 0;
-    int expressionColumn = 0;
+    std::string message;                   // what is wrong; "$" stands for the end of the formula
+    int stopOffset = 0;        // where the token begins that fits nowhere, or where the formula ends
+    int expressionColumn = 0;  // how many bytes were read by then
 };
 
 ParsedFormula parseFormula(const char* formula);

@@ -12,6 +12,8 @@
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
 #include "foundation/Utilities.h"
+#include "runtime/check/FormulaCheck.h"
+#include "runtime/check/Words.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
 
@@ -31,30 +33,9 @@ bool isInteger(const std::string& text) {
     return text.size() > start && text.find_first_not_of("0123456789", start) == std::string::npos;
 }
 
-std::size_t distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) == std::tolower(static_cast<unsigned char>(b[j - 1]));
-            const std::size_t changed = diagonal + (same ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
-        }
-    }
-    return row[b.size()];
-}
-
-std::string didYouMean(const std::string& word, const std::vector<const char*>& known) {
-    const char* best = closest(word, known);
-    return best ? std::string("; did you mean '") + best + "'?" : "";
-}
-
 class Checker {
   public:
-    explicit Checker(std::vector<Problem>* problems) : problems_(problems) {}
+    Checker(const std::string& text, std::vector<Problem>* problems) : text_(text), problems_(problems) {}
 
     void check(const XmlDocument& document) {
         for (const XmlElement& e : document.elements()) walk(e, true);
@@ -302,7 +283,10 @@ class Checker {
         }
         if (metrics.empty()) warning(section.offset, "the section has no metric; its rows have no values");
         std::set<std::string> seen;
-        for (const XmlElement* metric : metrics) checkMetric(*metric, &seen);
+        for (const XmlElement* metric : metrics) {
+            checkMetric(*metric, &seen);
+            if (metric->value("formula")) checkFormulaOf(*metric, metrics);
+        }
         if (group != groupsByName_.end()) matchColumns(section, schema, metrics, *group->second);
     }
 
@@ -316,7 +300,6 @@ class Checker {
         if (isRateOrDelta(raw)) {
             warning(placeOf(metric, "type"), "rates, deltas and previous values are shown as collected in this version");
         }
-        if (metric.value("formula")) error(placeOf(metric, "formula"), "formulas are not computed in this version; the column would be missing");
         if (metric.value("arg1")) checkComputation(metric, *seen);
         if (name) seen->insert(name);
     }
@@ -345,11 +328,34 @@ class Checker {
 
     void checkComputation(const XmlElement& metric, const std::set<std::string>& earlier) {
         if (!metric.value("arg2") || !metric.value("op")) error(placeOf(metric, "arg1"), "arg1 needs arg2 and op beside it");
-        error(placeOf(metric, "arg1"), "computed metrics get no value in this version; the column would be missing");
         for (const char* operand : {"arg1", "arg2"}) {
             const char* text = metric.value(operand);
             if (!text || !*text || std::isdigit(static_cast<unsigned char>(*text)) || *text == '-' || *text == '+') continue;
-            if (!earlier.count(text)) warning(placeOf(metric, operand), std::string("'") + text + "' is no metric declared ahead of this one");
+            if (!earlier.count(text)) {
+                warning(placeOf(metric, operand),
+                        std::string("'") + text + "' is no metric declared ahead of this one; it is a text, and 0 beside a number");
+            }
+        }
+        const char* op = metric.value("op");
+        if (op && (!*op || !std::strchr("+-*/%", *op))) error(placeOf(metric, "op"), std::string("'") + op + "' is no operator; there are + - * / %");
+        if (metric.value("formula")) warning(placeOf(metric, "arg1"), "the metric has a formula; arg1, op and arg2 do not count");
+    }
+
+    static bool isDerived(const XmlElement& metric) { return metric.value("formula") || metric.value("arg1"); }
+
+    void checkFormulaOf(const XmlElement& metric, const std::vector<const XmlElement*>& metrics) {
+        FormulaScope scope;
+        bool behind = false;
+        for (const XmlElement* other : metrics) {
+            behind = behind || other == &metric;
+            const char* name = other->value("name");
+            if (name) (behind && isDerived(*other) ? scope.later : scope.present).push_back(name);
+        }
+        scope.isText = rawMetricTypeFromText(metric.value("type")) == STRING_DATA;
+        const XmlAttribute& formula = *metric.find("formula");
+        for (Problem& p : checkFormula(formula.value, scope)) {
+            if (p.severity == Problem::Error) p.text += "; the metric would be -1";
+            problems_->push_back({placeInValue(text_, formula, p.offset), p.severity, std::move(p.text)});
         }
     }
 
@@ -447,6 +453,7 @@ class Checker {
         }
     }
 
+    const std::string& text_;
     std::vector<Problem>* problems_;
     std::vector<const XmlElement*> sections_;
     std::vector<const XmlElement*> groups_;
@@ -458,25 +465,12 @@ class Checker {
 
 }  // namespace
 
-const char* closest(const std::string& word, const std::vector<const char*>& known) {
-    const char* best = nullptr;
-    std::size_t bestDistance = word.size() / 3 + 2;
-    for (const char* candidate : known) {
-        const std::size_t d = distance(word, candidate);
-        if (d < bestDistance) {
-            bestDistance = d;
-            best = candidate;
-        }
-    }
-    return best;
-}
-
 std::vector<Problem> checkReferenceText(const std::string& text) {
     std::vector<Problem> problems;
     const std::size_t zero = text.find('\0');
     if (zero != std::string::npos) problems.push_back({zero, Problem::Error, "a zero byte: what follows is not read"});
     const XmlDocument document(text, &problems);
-    Checker(&problems).check(document);
+    Checker(text, &problems).check(document);
     std::stable_sort(problems.begin(), problems.end(), [](const Problem& a, const Problem& b) { return a.offset < b.offset; });
     return problems;
 }

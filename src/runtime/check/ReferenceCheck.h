@@ -11,6 +11,3 @@ std::vector<Problem> checkReferenceText(const std::string& text);
 
 // "file:line:column: error: …", the line and a caret under the place. Lines and columns count from 1, columns in bytes.
 std::string formatProblem(const std::string& file, const std::string& text, const Problem& problem);
-
-// The known word closest to a wrong one, null if none is close.
-const char* closest(const std::string& word, const std::vector<const char*>& known);

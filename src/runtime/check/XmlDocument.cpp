@@ -1,5 +1,6 @@
 #include "runtime/check/XmlDocument.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "runtime/reference/Parser.h"
@@ -194,4 +195,14 @@ XmlDocument::XmlDocument(const std::string& source, std::vector<Problem>* proble
         }
         mend(&text, parser.offset(), builder, problems);
     }
+}
+
+std::size_t placeInValue(const std::string& source, const XmlAttribute& attribute, std::size_t offset) {
+    const std::size_t quote = std::min(source.find('"', attribute.valueOffset), source.size());
+    std::size_t at = attribute.valueOffset;
+    for (; offset > 0 && at < quote; --offset) {
+        const std::size_t end = source[at] == '&' ? source.find(';', at) : at;
+        at = (end < quote ? end : at) + 1;
+    }
+    return at;
 }

@@ -40,3 +40,6 @@ class XmlDocument {
   private:
     XmlElement root_;
 };
+
+// Where a byte of an attribute's value stands in the source: an entity of the source is one byte of the value.
+std::size_t placeInValue(const std::string& source, const XmlAttribute& attribute, std::size_t offset);

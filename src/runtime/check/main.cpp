@@ -1,18 +1,20 @@
-// almanac-check: tells every problem of a reference file. The almanac command runs it for `almanac check` and
-// `almanac corrections`.
+// almanac-check: tells every problem of a reference file, and evaluates formulas. The almanac command runs it for
+// `almanac check`, `almanac corrections` and `almanac eval`.
 //
-// usage: almanac-check FILE | --corrections
+// usage: almanac-check FILE | --corrections | --eval FORMULA TYPE COLLECTIONS [NAME=VALUE...]
 // Problems go to standard output. Exit status: 0 none or warnings only, 1 errors, 2 wrong usage, 78 unreadable file.
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "foundation/Corrections.h"
+#include "runtime/check/FormulaEval.h"
 #include "runtime/check/ReferenceCheck.h"
 
 namespace {
@@ -54,8 +56,10 @@ int check(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    setenv("ZSB_ZTR1", "NONE", 0);  // what is wrong is told here
+    if (argc > 4 && std::strcmp(argv[1], "--eval") == 0) return evaluateAtPrompt(argc - 2, argv + 2);
     if (argc != 2) {
-        std::fprintf(stderr, "usage: almanac-check FILE | --corrections\n");
+        std::fprintf(stderr, "usage: almanac-check FILE | --corrections | --eval FORMULA TYPE COLLECTIONS [NAME=VALUE...]\n");
         return kUsage;
     }
     return std::strcmp(argv[1], "--corrections") == 0 ? listCorrections() : check(argv[1]);

@@ -120,6 +120,60 @@ TEST(Check, VariablesOfCommands) {
     EXPECT_THAT(report(fileWith(11, "size=\"8\"", "size=\"8\" metricName=\"${X}\"")), HasSubstr("f:11:77: error: '${X}'"));
 }
 
+// A computed metric in the place of B, with its formula at column 66 of line 12, and one more behind it.
+TEST(Check, FormulasAtTheirPlace) {
+    const struct {
+        const char* formula;
+        const char* says;  // with line:column and severity; "" for no problem
+    } cases[] = {
+        {"A + 1.5 * min(H, 2) % 3", ""},
+        {"trend(last(H, 5), 2) - count(0)", ""},
+        {"1 + * 2", "12:70: error: formula: parse error; the metric would be -1"},
+        {"&quot;a&quot; + &lt;", "12:82: error: formula: parse error"},
+        {"1 + 2)", "12:71: error: formula: parse error, expecting `$' (the formula could end here)"},
+        {"min(1", "12:71: error: formula: parse error, expecting `)' (the formula ends too early)"},
+        {"1e5", "12:67: error: formula: parse error, expecting `$' (write 1.0e5 for 1e5)"},
+        {"count()", "12:72: error: formula: parse error (a function takes at least one argument, such as count(0))"},
+        {"H + 'x'", "12:70: error: formula: parse error (texts stand in double quotes"},
+        {"&quot;x", "12:66: error: formula: parse error (the text is not closed)"},
+        {"", "12:66: error: formula: parse error (the formula ends too early)"},
+        {"H + Aa", "12:70: warning: 'Aa' is no attribute of the row; it counts as 0; did you mean 'A'?"},
+        {"H + B", "12:70: warning: 'B' is computed behind this metric; here it is missing and counts as 0"},
+        {"H + Late", "12:70: warning: 'Late' is computed behind this metric"},
+        {"avrage(H)", "12:66: warning: unknown function 'avrage' has no value; did you mean 'average'?"},
+        {"1 + round(1, 2)", "12:70: warning: round takes 1 argument, not 2"},
+        {"trend(1, 2, 3)", "12:66: warning: trend takes 1 to 2 arguments, not 3"},
+        {"tokenize(A, &quot;,&quot;)", "12:66: warning: tokenize takes 3 arguments, not 2"},
+        {"min(last(H, 1))", "12:70: warning: last keeps at least 2 samples; for 1 it keeps 10"},
+        {"min(last(H, H))", "12:70: warning: only a plain number sets the samples of last"},
+        {"min(last(H, 2), last(H, 2))", "12:82: warning: all calls of last in a formula share"},
+        {"H + 3000000000", "12:70: warning: 3000000000 does not fit 32 bits and counts as -1294967296; write 3000000000.0"},
+        {"H \xC3\xA9 + 1", "12:68: warning: a byte above 0x7F ends the formula"},
+    };
+    for (const auto& c : cases) {
+        const std::string found = report(fileWith(
+            12, "name=\"B\" type=\"NUMERIC_DATA\" visible=\"true\" size=\"4\"/>",
+            std::string("name=\"B\" type=\"NUMERIC_DATA\" visible=\"true\" formula=\"") + c.formula +
+                "\"/><metric name=\"H\" type=\"NUMERIC_DATA\"/><metric name=\"Late\" type=\"NUMERIC_DATA\" formula=\"B\"/>"));
+        if (*c.says) {
+            EXPECT_EQ(found.rfind(std::string("f:") + c.says, 0), 0u) << c.formula << " is told as\n" << found;
+        } else {
+            EXPECT_EQ(found, "") << c.formula;
+        }
+    }
+}
+
+TEST(Check, ComputedMetrics) {
+    const auto with = [](const char* attributes) {
+        return report(fileWith(12, "size=\"4\"/>", std::string("size=\"4\" ") + attributes + "/>"));
+    };
+    EXPECT_EQ(with("arg1=\"A\" op=\"-\" arg2=\"+3\""), "");
+    EXPECT_THAT(with("arg1=\"A\""), HasSubstr("error: arg1 needs arg2 and op beside it"));
+    EXPECT_THAT(with("arg1=\"C\" op=\"-\" arg2=\"A\""), HasSubstr("warning: 'C' is no metric declared ahead of this one"));
+    EXPECT_THAT(with("arg1=\"A\" op=\"x\" arg2=\"A\""), HasSubstr("error: 'x' is no operator; there are + - * / %"));
+    EXPECT_THAT(with("arg1=\"A\" op=\"+\" arg2=\"1\" formula=\"1\""), HasSubstr("warning: the metric has a formula"));
+}
+
 TEST(Check, TellsAllFaultsOfAFile) {
     std::string text;
     for (const std::string& line : kGood) text += line + "\n";
