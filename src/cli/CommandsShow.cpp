@@ -97,12 +97,18 @@ std::string rowsTarget(const ShowOptions& o) {
 
 bool sameName(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
 
-// The columns to show, in the order asked for: without --wide, origin and time stamp are told in the caption instead.
-std::vector<const Json*> shownColumns(const Json& layout, const ShowOptions& o) {
+// Origin and time stamp, the same in all rows, can be told in a caption; not so with the rows of several nodes.
+bool isCaptioned(const Json& layout, const Json& rows, const ShowOptions& o) {
+    if (o.wide || !o.columns.empty() || !o.nodes.empty() || layout["columns"].size() < 3) return false;
+    const std::string origin = layout["columns"][0]["name"];
+    return std::all_of(rows.begin(), rows.end(), [&](const Json& row) { return row.value(origin, Json()) == rows[0].value(origin, Json()); });
+}
+
+// The columns to show, in the order asked for.
+std::vector<const Json*> shownColumns(const Json& layout, const ShowOptions& o, bool captioned) {
     std::vector<const Json*> shown;
     if (o.columns.empty()) {
         for (const Json& column : layout["columns"]) shown.push_back(&column);
-        const bool captioned = !o.wide && o.nodes.empty() && shown.size() > 2;
         if (captioned) shown.erase(shown.begin(), shown.begin() + 2);
         return shown;
     }
@@ -139,7 +145,8 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
     }
     const Json& rows = document["rows"];
     TextTable table;
-    const std::vector<const Json*> columns = shownColumns(layout, o);
+    const bool captioned = isCaptioned(layout, rows, o);
+    const std::vector<const Json*> columns = shownColumns(layout, o, captioned);
     for (const Json* column : columns) table.addColumn((*column)["name"].get<std::string>(), isNumeric(*column));
     for (const Json& row : rows) {
         std::vector<std::string> cells;
@@ -151,7 +158,7 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
         }
         table.addRow(std::move(cells));
     }
-    const std::string line = o.wide || !o.columns.empty() || !o.nodes.empty() ? "" : caption(layout, rows);
+    const std::string line = captioned ? caption(layout, rows) : "";
     if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
     if (write(table.text(useColour())) != kDone) return kFailed;
     if (document.value("truncated", false)) {

@@ -62,7 +62,8 @@ ZCF::ConfigSection ConfigFile::getSection(int index) {
 
 ZCF::ConfigSection ConfigFile::findSection(const char* name, const char* id) {
     ZCF::ConfigSection found;
-    for (int i = 0; i < getNumSections(); ++i) {
+    const int count = getNumSections();
+    for (int i = 0; i < count; ++i) {
         const ZCF::ConfigSection section = getSection(i);
         const auto entries = section.getEntryNames();
         for (int e = 0; e < entries.size(); ++e) {

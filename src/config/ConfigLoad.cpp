@@ -51,7 +51,8 @@ void loadSections(ConfigFile& file) {
         configMap.setHighestSubnodeIndex(type, 0);
         trace_detail("repeatable section type %s identified", type);
     }
-    for (int i = 0; i < file.getNumSections(); ++i) {
+    const int count = file.getNumSections();
+    for (int i = 0; i < count; ++i) {
         const ZCF::ConfigSection section = file.getSection(i);
         const std::string name = section.getName().c_str();
         const std::string id = section.getID().c_str();

@@ -31,6 +31,15 @@ struct InstanceData {
     TomlDocument document;
     std::unordered_map<TomlSection*, SectionData> handles;  // its elements stay where they are
 
+    // The document's sections; listed once between two changes, for those who walk them by index.
+    const std::vector<TomlSection*>& sections() {
+        if (!listed) order = document.sections();
+        listed = true;
+        return order;
+    }
+    std::vector<TomlSection*> order;
+    bool listed = false;
+
     SectionData* handleFor(TomlSection* section) {
         SectionData& handle = handles[section];
         handle.section = section;
@@ -151,23 +160,25 @@ bool ConfigSection::writeEntry(const String& name, const String& value) {
 // ---- an instance ----
 
 int ConfigBase::getNumSections() const {
-    return data_ ? static_cast<int>(data_->document.sections().size()) : 0;
+    return data_ ? static_cast<int>(data_->sections().size()) : 0;
 }
 
 ConfigSection ConfigBase::getSection(int index) const {
     if (!data_) return ConfigSection();
-    const std::vector<TomlSection*> sections = data_->document.sections();
+    const std::vector<TomlSection*>& sections = data_->sections();
     if (index < 0 || static_cast<std::size_t>(index) >= sections.size()) return ConfigSection();
     return ConfigSection(data_->handleFor(sections[static_cast<std::size_t>(index)]));
 }
 
 ConfigSection ConfigBase::addSection(const String& name) {
+    if (data_) data_->listed = false;
     TomlSection* const section = data_ ? data_->document.addSection(name.c_str()) : nullptr;
     return section ? ConfigSection(data_->handleFor(section)) : ConfigSection();
 }
 
 bool ConfigBase::removeSection(const String& name, const String& id) {
     if (!data_) return false;
+    data_->listed = false;
     for (TomlSection* const section : data_->document.sections()) {
         if (section->name() != name.c_str() || section->id() != id.c_str()) continue;
         data_->handleFor(section)->removed = true;
