@@ -12,6 +12,7 @@
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
 #include "foundation/Utilities.h"
+#include "runtime/check/DerivedCheck.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
 
@@ -47,16 +48,11 @@ std::size_t distance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
-std::string didYouMean(const std::string& word, const std::vector<const char*>& known) {
-    const char* best = closest(word, known);
-    return best ? std::string("; did you mean '") + best + "'?" : "";
-}
-
 class Checker {
   public:
     explicit Checker(std::vector<Problem>* problems) : problems_(problems) {}
 
-    void check(const XmlDocument& document) {
+    void check(const XmlDocument& document, const std::string& text) {
         for (const XmlElement& e : document.elements()) walk(e, true);
         if (document.elements().empty()) error(0, "the file holds no element");
         checkApplication();
@@ -66,6 +62,7 @@ class Checker {
             checkProvider(*section);
             checkVariables(*section, *section);
         }
+        checkDerivedTables(providers_, text, problems_);
         checkUnused();
     }
 
@@ -300,6 +297,7 @@ class Checker {
                 if (child.name == s->element && s->isMetric) metrics.push_back(&child);
             }
         }
+        if (metrics.empty() && schema.metricsMayBeLeftOut) return;
         if (metrics.empty()) warning(section.offset, "the section has no metric; its rows have no values");
         std::set<std::string> seen;
         for (const XmlElement* metric : metrics) checkMetric(*metric, &seen);
@@ -471,12 +469,17 @@ const char* closest(const std::string& word, const std::vector<const char*>& kno
     return best;
 }
 
+std::string didYouMean(const std::string& word, const std::vector<const char*>& known) {
+    const char* best = closest(word, known);
+    return best ? std::string("; did you mean '") + best + "'?" : "";
+}
+
 std::vector<Problem> checkReferenceText(const std::string& text) {
     std::vector<Problem> problems;
     const std::size_t zero = text.find('\0');
     if (zero != std::string::npos) problems.push_back({zero, Problem::Error, "a zero byte: what follows is not read"});
     const XmlDocument document(text, &problems);
-    Checker(&problems).check(document);
+    Checker(&problems).check(document, text);
     std::stable_sort(problems.begin(), problems.end(), [](const Problem& a, const Problem& b) { return a.offset < b.offset; });
     return problems;
 }

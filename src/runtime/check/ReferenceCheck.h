@@ -14,3 +14,5 @@ std::string formatProblem(const std::string& file, const std::string& text, cons
 
 // The known word closest to a wrong one, null if none is close.
 const char* closest(const std::string& word, const std::vector<const char*>& known);
+// It as a question to end a message with; empty if none is close.
+std::string didYouMean(const std::string& word, const std::vector<const char*>& known);

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "foundation/Corrections.h"
+#include "platform/zsb.h"
 #include "runtime/check/ReferenceCheck.h"
 
 namespace {
@@ -58,5 +59,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: almanac-check FILE | --corrections\n");
         return kUsage;
     }
+    // What the agent would trace of a fault is told as a problem, with its place.
+    if (!ZSV1_GetEnv("ZSB_ZTR1")) ZSV1_PutEnv("ZSB_ZTR1=NONE");
     return std::strcmp(argv[1], "--corrections") == 0 ? listCorrections() : check(argv[1]);
 }
