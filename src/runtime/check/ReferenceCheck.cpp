@@ -12,6 +12,7 @@
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
 #include "foundation/Utilities.h"
+#include "runtime/check/DerivedCheck.h"
 #include "runtime/check/FormulaCheck.h"
 #include "runtime/check/Words.h"
 #include "runtime/reference/SectionSchema.h"
@@ -47,6 +48,7 @@ class Checker {
             checkProvider(*section);
             checkVariables(*section, *section);
         }
+        checkDerivedTables(providers_, text_, problems_);
         checkUnused();
     }
 
@@ -281,6 +283,7 @@ class Checker {
                 if (child.name == s->element && s->isMetric) metrics.push_back(&child);
             }
         }
+        if (metrics.empty() && schema.metricsMayBeLeftOut) return;
         if (metrics.empty()) warning(section.offset, "the section has no metric; its rows have no values");
         std::set<std::string> seen;
         for (const XmlElement* metric : metrics) {

@@ -56,7 +56,7 @@ int check(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    setenv("ZSB_ZTR1", "NONE", 0);  // what is wrong is told here
+    setenv("ZSB_ZTR1", "NONE", 0);  // what the agent would trace of a fault is told as a problem, with its place
     if (argc > 4 && std::strcmp(argv[1], "--eval") == 0) return evaluateAtPrompt(argc - 2, argv + 2);
     if (argc != 2) {
         std::fprintf(stderr, "usage: almanac-check FILE | --corrections | --eval FORMULA TYPE COLLECTIONS [NAME=VALUE...]\n");

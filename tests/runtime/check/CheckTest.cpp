@@ -203,6 +203,65 @@ TEST(Check, TheExampleHasNoFault) {
     EXPECT_EQ(report(text), "");
 }
 
+// A file with a script that fills G with A and B, and one derived section behind it.
+std::string derivedFile(const std::string& section) {
+    std::string text;
+    for (const std::string& line : kGood) {
+        if (line == "</agent>") text += section;
+        text += line + "\n";
+    }
+    return text;
+}
+
+TEST(Check, DerivedTables) {
+    const std::string group = "<metadata><ag table=\"D\" name=\"D\"><attr name=\"TS\" type=\"1\" size=\"16\"/></ag></metadata>\n";
+    const std::string join = group + "<join app=\"T\" ag=\"D\" class1=\"G\" class2=\"G\" class1Attr=\"A\" class2Attr=\"A\"/>\n";
+    const std::string rollup = group + "<rollup app=\"T\" ag=\"D\" rollupAg=\"G\" rollupAttr=\"B\"><metric name=\"Average\" type=\"N\"/></rollup>\n";
+    const std::string filter = group + "<filter app=\"T\" ag=\"D\" raw_attribute_group_name=\"G\" filter=\"A EQ &apos;x&apos; AND A NE 'y'\">"
+                                       "<metric name=\"M\" type=\"STRING_DATA\" metric_name=\"A\"/></filter>\n";
+    const struct {
+        const std::string& section;
+        const char* from;
+        const char* to;
+        const char* says;
+    } cases[] = {
+        {join, "class1=\"G\"", "class1=\"Gg\"", "15:30: error: no section fills attribute group 'Gg'; did you mean 'G'?"},
+        {join, "class2=\"G\"", "class2=\"D\"", "15:41: error: a join cannot read its own rows"},
+        {join, "class1Attr=\"A\"", "class1Attr=\"C\"", "15:56: error: attribute group 'G' has no attribute 'C'; did you mean"},
+        {join, " class2Attr=\"A\"", "", "error: 'class2Attr' is missing: without it"},
+        {join, "/>\n", "><metric name=\"A\" type=\"N\" ag=\"X\" metricName=\"A\"/></join>", "error: 'X' is no side of this join"},
+        {join, "/>\n", "><metric name=\"A\" type=\"N\" ag=\"G\"/></join>", "error: the metric gets no value: it needs the attribute 'metricName'"},
+        {join, "/>\n", "><metric name=\"A\" type=\"N\" ag=\"G\" metricName=\"Z\"/></join>", "error: attribute group 'G' has no attribute 'Z'"},
+        {rollup, "rollupAg=\"G\"", "rollupAg=\"Q\"", "error: no section fills attribute group 'Q'"},
+        {rollup, "rollupAttr=\"B\"", "rollupAttr=\"BB\"", "error: attribute group 'G' has no attribute 'BB'; did you mean 'B'?"},
+        {rollup, "rollupAttr=\"B\"", "rollupAttr=\"A\"", "warning: 'A' is a text: its values count as 0"},
+        {rollup, "\"Average\"", "\"Averge\"", "error: 'Averge' is no statistic, and the rollup gives no row; did you mean 'Average'?"},
+        {rollup, "\"Average\"", "\"Standard_Deviation\"", "warning: 'Average' must stand ahead"},
+        {filter, "name=\"G\"", "name=\"G,H\"", "15:52: error: no section fills attribute group 'H'"},
+        {filter, " AND", " UND", "15:80: error: AND or OR must stand here"},
+        {filter, " NE 'y'", "", "error: the filter ends where a term or an operator must stand"},
+        {filter, "A NE", "B NE", "15:84: error: 'B' is a number; a filter compares texts alone"},
+        {filter, "A NE", "C NE", "15:84: error: attribute group 'G' has no attribute 'C'"},
+        {filter, "metric_name=\"A\"", "metric_name=\"AA\"", "error: attribute group 'G' has no attribute 'AA'; did you mean 'A'?"},
+        {filter, " metric_name=\"A\"", "", "error: the metric gets no value, and the filter no row"},
+    };
+    for (const auto& each : cases) {
+        std::string section = each.section;
+        const std::size_t at = section.rfind(each.from);
+        ASSERT_NE(at, std::string::npos) << each.from;
+        section.replace(at, std::strlen(each.from), each.to);
+        EXPECT_THAT(report(derivedFile(section)), HasSubstr(each.says));
+    }
+    // None of these is told of a file that has none of them; the group's own columns are another matter.
+    EXPECT_EQ(report(derivedFile(join)), "");
+    for (const std::string* good : {&rollup, &filter}) {
+        const std::string told = report(derivedFile(*good));
+        for (const char* word : {"no section", "has no attribute", "cannot read", "is missing", "gets no value: it", "statistic", "filter"}) {
+            EXPECT_EQ(told.find(word), std::string::npos) << told;
+        }
+    }
+}
+
 TEST(Check, NoTextBreaksIt) {
     std::string good;
     for (const std::string& line : kGood) good += line + "\n";

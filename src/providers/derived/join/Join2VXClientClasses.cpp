@@ -42,7 +42,13 @@ Join2VXClientClasses::Join2VXClientClasses(Join2VXClientClasses* prototype, cons
     ++joins;
 }
 
-Join2VXClientClasses::~Join2VXClientClasses() { --joins; }
+// What may refer to metrics shared with a source goes while the source is still pinned.
+Join2VXClientClasses::~Join2VXClientClasses() {
+    --joins;
+    clearResultSet();
+    clearPureCache();
+    deleteDerivedMetricStorage();
+}
 
 int Join2VXClientClasses::count() { return joins; }
 
