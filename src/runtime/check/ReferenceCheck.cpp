@@ -351,7 +351,7 @@ class Checker {
             const char* name = other->value("name");
             if (name) (behind && isDerived(*other) ? scope.later : scope.present).push_back(name);
         }
-        scope.isText = rawMetricTypeFromText(metric.value("type")) == STRING_DATA;
+        scope.type = rawMetricTypeFromText(metric.value("type"));
         const XmlAttribute& formula = *metric.find("formula");
         for (Problem& p : checkFormula(formula.value, scope)) {
             if (p.severity == Problem::Error) p.text += "; the metric would be -1";
