@@ -7,6 +7,8 @@ namespace {
 
 using Wide = unsigned long long;  // wraps around
 
+long long asSigned(Wide value) { return static_cast<long long>(value); }
+
 bool both(ExpressionType type, const ExpressionValue& left, const ExpressionValue& right) {
     return left.getType() == type && right.getType() == type;
 }
@@ -37,8 +39,11 @@ void compute(Evaluation& evaluation, ExpressionType ofTwoInts, const Compute& op
     ExpressionValue& left = evaluation.top(1);
     const ExpressionValue& right = evaluation.top(0);
     switch (resultType(left, right, ofTwoInts)) {
-        case ExpressionType::Int: left.setInt(convert::low32(static_cast<long long>(op(static_cast<Wide>(left.getInt64()), static_cast<Wide>(right.getInt64()))))); break;
-        case ExpressionType::Int64: left.setInt64(static_cast<long long>(op(static_cast<Wide>(left.getInt64()), static_cast<Wide>(right.getInt64())))); break;
+        case ExpressionType::Int: left.setInt(convert::low32(asSigned(op(left.getUInt64(), right.getUInt64())))); break;
+        // A double goes through the signed conversion.
+        case ExpressionType::Int64:
+            left.setInt64(asSigned(op(static_cast<Wide>(left.getInt64()), static_cast<Wide>(right.getInt64()))));
+            break;
         case ExpressionType::UInt64: left.setUInt64(op(left.getUInt64(), right.getUInt64())); break;
         case ExpressionType::Double: left.setDouble(op(left.getDouble(), right.getDouble())); break;
         default: clash(left, evaluation.metric());
@@ -98,8 +103,8 @@ void NegateExpression::calculate(Evaluation& evaluation) const {
     TRACE_MESSAGES();
     ExpressionValue& value = evaluation.top();
     switch (value.getType()) {
-        case ExpressionType::Int: value.setInt(convert::low32(static_cast<long long>(0 - static_cast<Wide>(value.getInt64())))); break;
-        case ExpressionType::Int64: value.setInt64(static_cast<long long>(0 - value.getUInt64())); break;
+        case ExpressionType::Int: value.setInt(convert::low32(asSigned(0 - value.getUInt64()))); break;
+        case ExpressionType::Int64: value.setInt64(asSigned(0 - value.getUInt64())); break;
         case ExpressionType::UInt64: value.setUInt64(0 - value.getUInt64()); break;
         case ExpressionType::Double: value.setDouble(-value.getDouble()); break;
         case ExpressionType::List: break;  // has no value of its own to negate

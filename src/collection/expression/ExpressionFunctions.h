@@ -13,7 +13,7 @@ struct ExpressionFunction {
     void (*call)(FunctionResult& result, FunctionArguments arguments, Evaluation& evaluation);
     int least;  // the numbers of arguments that can work
     int most;   // -1: any
-    bool remembers;  // from one collection to the next
+    FunctionResult::Type gives;
 };
 
 extern const ExpressionFunction functions[19];

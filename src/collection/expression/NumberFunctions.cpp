@@ -66,10 +66,10 @@ double deviation(FunctionArguments arguments) {
 }
 
 // Whether there is one argument and it is no list; traced if not.
-bool isOneNumber(FunctionArguments arguments, const char* name) {
+bool isOneNumber(FunctionArguments arguments, const char* wrongNumber) {
     TRACE_MESSAGES();
     if (arguments.size() != 1) {
-        trace_state("Wrong number of arguments for %s() function", name);
+        trace_state("%s", wrongNumber);
         return false;
     }
     if (arguments[0].getType() == ExpressionType::List) {
@@ -136,18 +136,18 @@ void TrendFunction(FunctionResult& result, FunctionArguments arguments, Evaluati
 }
 
 void RoundFunction(FunctionResult& result, FunctionArguments arguments, Evaluation&) {
-    if (!isOneNumber(arguments, "round")) return;
+    if (!isOneNumber(arguments, "Wrong number of arguments for round() function")) return;
     const double x = arguments[0].getDouble();
     result.doubleValue = convert::toInt32(x < 0.0 ? x - 0.5 : x + 0.5);  // kept: through 32 bits
 }
 
 void AbsFunction(FunctionResult& result, FunctionArguments arguments, Evaluation&) {
-    if (isOneNumber(arguments, "abs")) result.doubleValue = std::fabs(arguments[0].getDouble());
+    if (isOneNumber(arguments, "Wrong number of arguments for abs() function")) result.doubleValue = std::fabs(arguments[0].getDouble());
 }
 
 void SqrtFunction(FunctionResult& result, FunctionArguments arguments, Evaluation&) {
     TRACE_MESSAGES();
-    if (!isOneNumber(arguments, "sqrt")) return;
+    if (!isOneNumber(arguments, "Wrong number of arguments for sqrt() function")) return;
     const double x = arguments[0].getDouble();
     if (x < 0.0) {
         trace_detail("sqrt() called on negative number %g", x);

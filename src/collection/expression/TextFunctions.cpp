@@ -12,11 +12,11 @@
 
 namespace {
 
-// Whether there is one argument and it is a text; traced if not, with the name of the function or routine.
-bool isOneText(FunctionArguments arguments, const char* name) {
+// Whether there is one argument and it is a text; traced if not.
+bool isOneText(FunctionArguments arguments, const char* wrongNumber) {
     TRACE_MESSAGES();
     if (arguments.size() != 1) {
-        trace_state("Wrong number of arguments for %s function", name);
+        trace_state("%s", wrongNumber);
         return false;
     }
     if (arguments[0].getType() != ExpressionType::String) {
@@ -29,7 +29,7 @@ bool isOneText(FunctionArguments arguments, const char* name) {
 void NtoiFunction(FunctionResult& result, FunctionArguments arguments, bool hexadecimal) {
     TRACE_MESSAGES();
     result.type = FunctionResult::Integer;
-    if (!isOneText(arguments, "string to number conversion")) return;
+    if (!isOneText(arguments, "Wrong number of arguments for string to number conversion function")) return;
     const char* text = arguments[0].getString();
     unsigned long long hex = 0;
     const int scanned =
@@ -56,7 +56,7 @@ int fieldIndex(const ExpressionValue& field) {
 
 void AtofFunction(FunctionResult& result, FunctionArguments arguments, Evaluation&) {
     TRACE_MESSAGES();
-    if (!isOneText(arguments, "atof()")) return;
+    if (!isOneText(arguments, "Wrong number of arguments for atof() function")) return;
     const char* text = arguments[0].getString();
     if (std::sscanf(text, "%lf", &result.doubleValue) == EOF) {
         trace_detail("atof() failed - number %s converted to %lg", text, result.doubleValue);
@@ -91,7 +91,7 @@ void ItoaFunction(FunctionResult& result, FunctionArguments arguments, Evaluatio
 
 void GetenvFunction(FunctionResult& result, FunctionArguments arguments, Evaluation&) {
     result.type = FunctionResult::String;
-    if (!isOneText(arguments, "getenv()")) return;
+    if (!isOneText(arguments, "Wrong number of arguments for getenv() function")) return;
     const std::string name(arguments[0].text());
     const std::unique_ptr<char, decltype(&std::free)> configured(
         Utilities::substituteEnvVars(("${" + name + "}").c_str(), nullptr, nullptr, false), &std::free);

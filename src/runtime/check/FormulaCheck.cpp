@@ -32,6 +32,21 @@ std::string advice(const std::string& formula, std::size_t at, const std::string
     return "";
 }
 
+enum class Result { Unknown, Number, Text, List };
+
+// As far as the root alone tells.
+Result resultOf(const Expression& root) {
+    if (dynamic_cast<const StringExpression*>(&root)) return Result::Text;
+    if (dynamic_cast<const NumberExpression*>(&root) || dynamic_cast<const DivideExpression*>(&root)) return Result::Number;
+    const auto* function = dynamic_cast<const FunctionExpression*>(&root);
+    if (!function || !function->entry()) return Result::Unknown;
+    switch (function->entry()->gives) {
+        case FunctionResult::String: return Result::Text;
+        case FunctionResult::List: return Result::List;
+        default: return Result::Number;
+    }
+}
+
 class FormulaChecker {
   public:
     FormulaChecker(const std::string& formula, const FormulaScope& scope) : formula_(formula), scope_(scope) {}
@@ -45,6 +60,7 @@ class FormulaChecker {
         }
         if (stop < formula_.size()) warn(stop, "a byte above 0x7F ends the formula; what follows is not read");
         checkNumbers();
+        checkResult(*parsed.tree->nodes().back());
         const ExpressionTree::Nodes& nodes = parsed.tree->nodes();
         for (std::size_t i = 0; i < nodes.size(); ++i) {
             if (const auto* attribute = dynamic_cast<const AttributeExpression*>(nodes[i].get())) {
@@ -60,6 +76,18 @@ class FormulaChecker {
     void warn(std::size_t offset, const std::string& text) { problems_.push_back({offset, Problem::Warning, text}); }
     void warn(int offset, const std::string& text) { warn(static_cast<std::size_t>(offset), text); }
 
+    void checkResult(const Expression& root) {
+        const Result result = resultOf(root);
+        const bool wantsText = scope_.type == STRING_DATA || scope_.type == PREVIOUS_STRING_DATA;
+        if (result == Result::List) {
+            warn(std::size_t{0}, "a list is no value, the metric would be 0; take the min, max, average, sum or trend of it");
+        } else if (result == Result::Text && !wantsText && !scope_.anyResult) {
+            warn(std::size_t{0}, "the formula gives a text, and the metric's type is one of numbers");
+        } else if (result == Result::Number && wantsText && !scope_.anyResult) {
+            warn(std::size_t{0}, "the formula gives a number, and the metric's type is one of texts; itoa makes a text of it");
+        }
+    }
+
     void checkNumbers() {
         ExpressionScanner scanner(formula_.c_str());
         for (ScannedToken t = scanner.next(); t.kind != TOKEN_END; t = scanner.next()) {
@@ -73,7 +101,7 @@ class FormulaChecker {
     void checkAttribute(const AttributeExpression& attribute) {
         const std::string& name = attribute.name();
         if (holds(scope_.present, name) || !told_.insert(name).second) return;
-        const std::string value = scope_.isText ? "its own name" : "0";
+        const std::string value = scope_.type == STRING_DATA ? "its own name" : "0";
         if (holds(scope_.later, name)) {
             warn(attribute.offset(), "'" + name + "' is computed behind this metric; here it is missing and counts as " + value);
         } else {

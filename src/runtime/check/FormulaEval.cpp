@@ -127,7 +127,8 @@ int evaluateAtPrompt(int count, char** arguments) {
     if (!readType(arguments[1], &metric) || !readVariables(count - 3, arguments + 3, &variables)) return kUsage;
     int collections = std::min(std::atoi(arguments[2]), kMostCollections);
     FormulaScope scope;
-    scope.isText = metric.getRawMetricType() == STRING_DATA;
+    scope.type = metric.getRawMetricType();
+    scope.anyResult = !*arguments[1];
     for (const Variable& v : variables) {
         scope.present.push_back(v.metric->getQMPVMetricName());
         if (std::atoi(arguments[2]) == 0) collections = std::max(collections, static_cast<int>(v.values.size()));

@@ -300,9 +300,6 @@ class Checker {
         const RAW_METRIC_TYPE raw = rawMetricTypeFromText(type);
         checkTypeText(metric, type, raw);
         if (const char* map = metric.value("map")) checkMap(metric, map, raw);
-        if (isRateOrDelta(raw)) {
-            warning(placeOf(metric, "type"), "rates, deltas and previous values are shown as collected in this version");
-        }
         if (metric.value("arg1")) checkComputation(metric, *seen);
         if (name) seen->insert(name);
     }
@@ -354,7 +351,7 @@ class Checker {
             const char* name = other->value("name");
             if (name) (behind && isDerived(*other) ? scope.later : scope.present).push_back(name);
         }
-        scope.isText = rawMetricTypeFromText(metric.value("type")) == STRING_DATA;
+        scope.type = rawMetricTypeFromText(metric.value("type"));
         const XmlAttribute& formula = *metric.find("formula");
         for (Problem& p : checkFormula(formula.value, scope)) {
             if (p.severity == Problem::Error) p.text += "; the metric would be -1";

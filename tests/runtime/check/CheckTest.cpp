@@ -143,10 +143,13 @@ TEST(Check, FormulasAtTheirPlace) {
         {"avrage(H)", "12:66: warning: unknown function 'avrage' has no value; did you mean 'average'?"},
         {"1 + round(1, 2)", "12:70: warning: round takes 1 argument, not 2"},
         {"trend(1, 2, 3)", "12:66: warning: trend takes 1 to 2 arguments, not 3"},
-        {"tokenize(A, &quot;,&quot;)", "12:66: warning: tokenize takes 3 arguments, not 2"},
+        {"atoi(tokenize(A, &quot;,&quot;))", "12:71: warning: tokenize takes 3 arguments, not 2"},
         {"min(last(H, 1))", "12:70: warning: last keeps at least 2 samples; for 1 it keeps 10"},
         {"min(last(H, H))", "12:70: warning: only a plain number sets the samples of last"},
         {"min(last(H, 2), last(H, 2))", "12:82: warning: all calls of last in a formula share"},
+        {"last(H, 5)", "12:66: warning: a list is no value, the metric would be 0"},
+        {"itoa(H)", "12:66: warning: the formula gives a text, and the metric's type is one of numbers"},
+        {"&quot;x&quot;", "12:66: warning: the formula gives a text"},
         {"H + 3000000000", "12:70: warning: 3000000000 does not fit 32 bits and counts as -1294967296; write 3000000000.0"},
         {"H \xC3\xA9 + 1", "12:68: warning: a byte above 0x7F ends the formula"},
     };
@@ -167,6 +170,8 @@ TEST(Check, ComputedMetrics) {
     const auto with = [](const char* attributes) {
         return report(fileWith(12, "size=\"4\"/>", std::string("size=\"4\" ") + attributes + "/>"));
     };
+    const std::string text = report(fileWith(11, "size=\"8\"", "size=\"8\" formula=\"B / 2\""));
+    EXPECT_THAT(text, HasSubstr("warning: the formula gives a number, and the metric's type is one of texts"));
     EXPECT_EQ(with("arg1=\"A\" op=\"-\" arg2=\"+3\""), "");
     EXPECT_THAT(with("arg1=\"A\""), HasSubstr("error: arg1 needs arg2 and op beside it"));
     EXPECT_THAT(with("arg1=\"C\" op=\"-\" arg2=\"A\""), HasSubstr("warning: 'C' is no metric declared ahead of this one"));
