@@ -1,6 +1,9 @@
 // The flat map: sections into indexes, layers of a subnode's variables, substitution, and readers beside writers.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <map>
+
 #include <thread>
 #include <vector>
 
@@ -64,6 +67,46 @@ TEST(ConfigMap, IndexesAreNeverUsedAgain) {
     EXPECT_EQ(map.addSection("GAP", "three"), 4);
     EXPECT_EQ(map.removeSection("GAP", "two"), 2);
     EXPECT_EQ(map.index("three", "GAP") + map.index("two", "GAP"), "4(null)");
+}
+
+TEST(ConfigMap, AKeysIndexIsTheLowestHoweverTheEntriesCameAndWent) {
+    ConfigMap map;
+    map.put(ConfigMap::productCodeVariable, "PC");
+    map.setHighestSubnodeIndex("TYPE", 20);
+    const std::string keys[] = {"a", "b", "c_IDLABEL_3", ""};
+    std::map<std::string, std::string> model;
+    unsigned seed = 7;
+    for (int step = 0; step < 4000; ++step) {
+        seed = seed * 1664525u + 1013904223u;
+        // Also names that only look like labels, and indexes beyond the highest.
+        const char* forms[] = {"PC_TYPE_IDLABEL_%u", "PC_TYPE_IDLABEL_0%u", "PC_TYPE_IDLABEL_%ux", "PC_TYPE_X_IDLABEL_%u"};
+        char name[64];
+        std::snprintf(name, sizeof name, forms[(seed >> 28) % 4], (seed >> 8) % 25);
+        const std::string& value = keys[(seed >> 16) % 4];
+        switch ((seed >> 20) % 4) {
+            case 0:
+                map.remove(name);
+                model.erase(name);
+                break;
+            case 1:
+                map.setEnvProperty(name, value.c_str(), true, false);
+                model[name] = value;
+                break;
+            default:
+                map.put(name, value.c_str());
+                model[name] = value;
+        }
+        for (const std::string& key : keys) {
+            int expected = 0;
+            for (int i = 20; i >= 1; --i) {
+                const auto found = model.find("PC_TYPE_IDLABEL_" + std::to_string(i));
+                if (found != model.end() && found->second == key) expected = i;
+            }
+            char* index = map.getSubnodeIndex("PC", key.c_str(), "TYPE");
+            ASSERT_EQ(index ? std::atoi(index) : 0, expected) << "step " << step << " key " << key;
+            std::free(index);
+        }
+    }
 }
 
 TEST(ConfigMap, RemovingASubnodesPropertiesTakesSecretsAndLeavesTheRest) {

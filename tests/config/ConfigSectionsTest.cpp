@@ -1,5 +1,7 @@
 // The instance's file: read at start, changed while the agent runs.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -157,6 +159,49 @@ TEST_F(Sections, AreAddedAndRemovedInMapEnvironmentAndFile) {
     EXPECT_EQ(remove("ANODE", "abc"), "32 Section ANODE:abc not found.");
     EXPECT_EQ(add("ANODE", "again", {"HOST=h3"}), "0 Section successfully added.");
     EXPECT_EQ(value("TST_ANODE_HOST_3"), "h3");  // the index is a new one
+}
+
+// Files above a small size cannot be written while it lives.
+class FullDisk {
+  public:
+    FullDisk() {
+        handler_ = ::signal(SIGXFSZ, SIG_IGN);
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit small = before_;
+        small.rlim_cur = 16;
+        ::setrlimit(RLIMIT_FSIZE, &small);
+    }
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        ::signal(SIGXFSZ, handler_);
+    }
+
+  private:
+    rlimit before_{};
+    void (*handler_)(int) = nullptr;
+};
+
+TEST_F(Sections, AFileThatCannotBeWrittenLeavesTheMapAsItWas) {
+    load("[FIRST]\nA = \"stays in the file\"\n[[FNODE]]\nid = \"one\"\nHOST = \"h1\"\n");
+    const std::string before = readFile(file());
+    {
+        const FullDisk full;
+        EXPECT_EQ(add("FNODE", "two", {"HOST=h2"}), "37 Configuration file could not be opened.");
+        EXPECT_EQ(add("FPLAIN", "", {"FP_A=a"}), "37 Configuration file could not be opened.");
+        EXPECT_EQ(remove("FNODE", "one"), "37 Configuration file could not be opened.");
+    }
+    EXPECT_EQ(readFile(file()), before);
+    EXPECT_EQ(value("TST_FNODE_COUNT") + value("TST_FNODE_HOST_1") + value("TST_FNODE_IDLABEL_1"), "1h1one");
+    for (const char* name : {"TST_FNODE_IDLABEL_2", "TST_FNODE_HOST_2", "FP_A"}) {
+        EXPECT_EQ(value(name), "(null)") << name;
+        EXPECT_EQ(ZSV1_GetProcessEnv(name), nullptr) << name;
+    }
+    EXPECT_EQ(add("FNODE", "two", {"HOST=h2", "BAD\nNAME=x"}), "0 Section successfully added.");
+    EXPECT_EQ(value("TST_FNODE_HOST_2"), "h2");
+    EXPECT_EQ(value("TST_FNODE_BAD\nNAME_2"), "(null)");  // the file does not take it, so the map does not
+    writeFile(file(), "");
+    EXPECT_EQ(remove("FNODE", "two"), "0 Section successfully removed.");  // taken out by hand before
+    EXPECT_EQ(value("TST_FNODE_HOST_2"), "(null)");
 }
 
 TEST_F(Sections, WithoutAnIdArePlainOrDefaults) {
