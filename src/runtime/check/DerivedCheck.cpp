@@ -78,7 +78,7 @@ class DerivedCheck {
             if (more) names.insert(more->begin(), more->end());
         }
         if (names.empty()) return nullptr;
-        return &(attributes_[group] = names);
+        return &attributes_.insert_or_assign(group, std::move(names)).first->second;
     }
 
     void checkGroup(const XmlElement& section, std::size_t offset, const std::string& group) {

@@ -1,6 +1,7 @@
 #include "runtime/reference/SectionSchema.h"
 
-#include <vector>
+#include <algorithm>
+#include <iterator>
 
 #include "foundation/HashMap.h"
 
@@ -33,10 +34,10 @@ const AttributeSchema sharedMetricAttributes[] = {
 };
 
 const AttributeSchema* withSharedMetricAttributes(std::initializer_list<AttributeSchema> own) {
-    auto& all = *new std::vector<AttributeSchema>(own);
-    for (const AttributeSchema* shared = sharedMetricAttributes; shared->name; ++shared) all.push_back(*shared);
-    all.push_back({nullptr, AttributeSchema::Text});
-    return all.data();
+    const auto shared = std::size(sharedMetricAttributes);  // its end included
+    auto* all = new AttributeSchema[own.size() + shared];
+    std::copy_n(sharedMetricAttributes, shared, std::copy(own.begin(), own.end(), all));
+    return all;
 }
 
 void registerSectionSchema(const SectionSchema* schema) { schemas().put(schema->section, schema); }

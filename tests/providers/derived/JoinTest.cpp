@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <random>
 #include <thread>
 
 #include "collection/JoinedEventRouter.h"
@@ -78,6 +79,40 @@ TEST(Join, TakesTheInstanceNameAsAColumnOnlyWhereTheTableHasOne) {
         join->collectDataIfNeeded("r");
         EXPECT_EQ(column(*join, "X"), "integer 1, ");
         EXPECT_EQ(column(*join, "Name"), has ? "text <a>, " : "none, ");
+    }
+}
+
+// The index gives the very row that a walk with the cells' own comparison finds.
+TEST(Join, FindsTheFirstEqualRow) {
+    const std::vector<std::string> values = {"s:x", "s:", "s:xy", "u:x", "u:", "u:\xc3\xbc", "i:0", "i:-1", "i:1", "l:0", "l:-1", "l:1", "l:4294967295",
+                                             "q:1", "q:18446744073709551615", "d:0", "d:-0.0", "d:1", "d:nan", "d:inf", "d:-inf"};
+    std::mt19937 random(7);
+    for (int round = 0; round < 50; ++round) {
+        SourceTable left("L"), right("R");
+        for (std::size_t i = 0; i < 2 * values.size(); ++i) {
+            right.addResultInstanceDirectly(right.makeRow("k=" + values[random() % values.size()]).release());
+            left.addResultInstanceDirectly(left.makeRow("k=" + values[i % values.size()]).release());
+        }
+        JoinQuery one("L", "k", false), other("R", "k", false);
+        one.setClientClass(SourceClass(&left));
+        other.setClientClass(SourceClass(&right));
+        JoinRows first(&one), second(&other);
+        ASSERT_EQ(first.initQueryData(nullptr), OBJECT_ACTIVE);
+        ASSERT_EQ(second.initQueryData(nullptr), OBJECT_ACTIVE);
+        int matches = 0;
+        for (int i = 0; i < first.getInstanceCount(); ++i) {
+            const ResultInstance* row = first.getIndexedResultInstance(i);
+            const ResultInstance* expected = nullptr;
+            for (ListCursor c = second.getInstanceList(); c.hasMoreElements() && !expected; c.setToNext()) {
+                const auto* candidate = static_cast<ResultInstance*>(c.getCurrentElement());
+                if (row->firstCell()->areValuesEqual(candidate->firstCell())) expected = candidate;
+            }
+            EXPECT_EQ(second.getMatchingResultInstance(first, row), expected) << values[static_cast<std::size_t>(i) % values.size()];
+            matches += expected ? 1 : 0;
+        }
+        EXPECT_GT(matches, 0);
+        EXPECT_EQ(first.getIndexedResultInstance(first.getInstanceCount()), nullptr);
+        EXPECT_EQ(first.getIndexedResultInstance(1), nextRow(first.getIndexedResultInstance(0))) << "and back";
     }
 }
 

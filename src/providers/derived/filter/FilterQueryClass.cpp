@@ -177,7 +177,7 @@ void FilterQueryClass::takeRow(const ResultInstance* source, const std::vector<C
         }
         const ResultMetric* cell = source->getMetric(column.source);
         if (!cell) {
-            trace_detail("Metric %s not found in results for instance %s", column.source, source->getInstanceName());
+            trace_error("Metric %s not found in results for instance %s", column.source, source->getInstanceName());
             continue;
         }
         ResultMetric* copy = cell->getDeepCopy(column.metric->getMetricName(), name);

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "foundation/Trace.h"
-#include "runtime/reference/AttributeGroupMeta.h"
 
 namespace {
 
@@ -39,6 +38,7 @@ Join2VXClientClasses::Join2VXClientClasses(Join2VXClientClasses* prototype, cons
       metricsFromFile_(prototype->metricsFromFile_) {
     setSkipIncompleteRows(false);
     setThreadPoolEligible(false);
+    setPureEventBased(prototype->isPureEventBased());
     ++joins;
 }
 
