@@ -228,7 +228,9 @@ void GenericAgent::tsSubmitData(AskedClasses& classes, const timespec& start) {
         const unsigned long seen = VXClientClass::collectionsEnded();
         bool impatient = false;
         if (impatientCollectorTimeout > 0) {
-            impatient = impatientCollectorTimeout <= Clock::wholeSecondsBetween(start, Clock::monotonic());
+            const int elapsed = static_cast<int>(Clock::wholeSecondsBetween(start, Clock::monotonic()));
+            trace_detail("elapsed time <%d>, time remaining until timeout <%d>", elapsed, impatientCollectorTimeout - elapsed);
+            impatient = impatientCollectorTimeout <= elapsed;
         }
         AskedClasses waiting;
         for (AskedClass& asked : classes) {
