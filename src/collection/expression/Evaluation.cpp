@@ -5,8 +5,8 @@
 namespace {
 
 // What a thread keeps for its next row; the stack itself is bounded by the parser's depth.
-constexpr std::size_t kTextRoom = 64 * 1024;
-constexpr std::size_t kSampleRoom = 128 * 1024;
+constexpr std::size_t kTextRoom = 65536;
+constexpr std::size_t kSampleRoom = 131072;
 
 }  // namespace
 

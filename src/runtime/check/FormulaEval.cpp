@@ -95,8 +95,8 @@ bool readVariables(int count, char** arguments, std::vector<Variable>* variables
         auto found = std::find_if(variables->begin(), variables->end(),
                                   [&](const Variable& v) { return name == v.metric->getQMPVMetricName(); });
         if (found == variables->end()) {
-            variables->push_back({std::make_unique<Metric>(), {}});
-            found = variables->end() - 1;
+            found = variables->emplace(variables->end());
+            found->metric = std::make_unique<Metric>();
             found->metric->setQMPVName(name.c_str());
         }
         found->values.emplace_back(equals + 1);
