@@ -18,6 +18,7 @@ constexpr int kDeepestJoin = 10;  // joins of joins that show all attributes; a 
 template <class Map>
 std::vector<const char*> keysOf(const Map& map) {
     std::vector<const char*> keys;
+    keys.reserve(map.size());
     for (const auto& entry : map) keys.push_back(entry.first.c_str());
     return keys;
 }
