@@ -1,10 +1,13 @@
 // The almanac command against the real daemon: every command as a user types it.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "host/Scratch.h"
@@ -120,6 +123,71 @@ TEST_F(Command, TheExampleReadsOddFileSystems) {
     const Outcome o = shell("PATH='" + data_.path("") + "':$PATH sh '" + source_ + "/examples/host/bin/filesystems.sh'");
     EXPECT_EQ(o.out, "/|/dev/sda1|ext4|400|40|360|10|100|25\n"
                      "/mnt/two  blanks?bar 9 9 9 9% 9 9% x|dev  name|tmpfs|4096|0|4096|0||\n");
+}
+
+// Discovery from the configuration and one script table for each section of the type NODE.
+const char kNodesFile[] = R"(<agent>
+<repeatable_section name="NODE"/>
+<appl name="TST" nodeType="TS" affinity="T" agentVersion="01" version="01" service="s" internalAgentVersion="01"/>
+<metadata>
+<ag table="Found" name="Found" discovery_attribute_group="true"><attr name="Timestamp" type="1" size="16"/>
+<attr name="Subnode_Affinity" type="2" size="16"/><attr name="Subnode_Type" type="2" size="8"/>
+<attr name="Subnode_Version" type="2" size="8"/><attr name="Subnode_Key" type="2" size="32"/>
+<attr name="Subnode_MSN" type="2" size="32"/></ag>
+<ag table="Web" name="Web" subnode_type="NODE"><attr name="Timestamp" type="1" size="16"/><attr name="Host" type="2" size="32"/></ag>
+</metadata>
+<config_discovery app="TST" ag="Found" subnode_type="NODE" subnode_affinity_value="%T">
+<metric name="Subnode_Affinity" type="STRING_DATA" visible="true"/><metric name="Subnode_Type" type="STRING_DATA" visible="true"/>
+<metric name="Subnode_Version" type="STRING_DATA" visible="true"/>
+<metric name="Subnode_Key" type="STRING_DATA" key="true" visible="true"/>
+<metric name="Subnode_MSN" type="STRING_DATA" visible="true"/></config_discovery>
+<script app="TST" ag="Web" name="web" command="echo $HOST" separator=",">
+<metric name="Host" type="STRING_DATA" key="true" visible="true"/></script>
+</agent>
+)";
+
+TEST_F(Command, SectionsOfTheConfigurationAreManagedSystems) {
+    std::filesystem::create_directories(data_.path("data/config"));
+    ASSERT_EQ(shell("chmod 700 '" + data_.path("data") + "'").status, 0);
+    writeFile(data_.path("data/config/st.toml"), "[[NODE]]\nid = \"one\"\nHOST = \"first.example\"\n"
+                                                "[[NODE]]\nid = \"tw/o\"\nHOST = \"second.example\"\n");
+    writeFile(data_.path("nodes.xml"), kNodesFile);
+    const Outcome check = almanac("check '" + data_.path("nodes.xml") + "'");
+    EXPECT_EQ(check.status, 0) << check.err;
+    ASSERT_EQ(almanac("run --daemon '" + data_.path("nodes.xml") + "'", "ALMANAC_ORIGINNODE=own:TS ").status, 0);
+    Outcome nodes;
+    for (int i = 0; i < 200 && nodes.out.find("ST:two:NOD") == std::string::npos; ++i) {
+        nodes = almanac("nodes");
+        usleep(20000);
+    }
+    std::istringstream lines(nodes.out);
+    std::string line, names;
+    while (std::getline(lines, line)) names += line.substr(0, line.find(' ')) + ",";
+    EXPECT_EQ(names, "NODE,own:TS,ST:one:NOD,ST:two:NOD,") << nodes.out;
+    EXPECT_NE(almanac("nodes -o json").out.find("\"name\":\"ST:one:NOD\",\"type\":\"NOD\",\"application\":\"ST\",\"version\":"
+                                                "\"01\",\"affinity\":\"%T\",\"subnode\":true,"), std::string::npos);
+
+    const std::string csv = " -o csv -c ORIGINNODE,Host";
+    const std::string title = "ORIGINNODE,Host\r\n", one = "ST:one:NOD,first.example\r\n", two = "ST:two:NOD,second.example\r\n";
+    EXPECT_EQ(almanac("show Web --node ST:two:NOD" + csv).out, title + two);
+    EXPECT_EQ(almanac("show Web --node ST:two:NOD --node ST:one:NOD" + csv).out, title + two + one);
+    EXPECT_EQ(almanac("show Web -n ST:two:NOD,ST:one:NOD,ST:two:NOD" + csv).out, title + two + one);
+    EXPECT_EQ(almanac("show Web --node '*'" + csv).out, title + one + two);
+    EXPECT_EQ(almanac("show Web" + csv).out, title + one + two);
+    EXPECT_EQ(almanac("show Web --node own:TS" + csv).out, title);
+    EXPECT_NE(almanac("show Web").out.find("ST:one:NOD"), std::string::npos) << "rows of several nodes show whose they are";
+    EXPECT_NE(almanac("show Found --node own:TS").out.find("ST:two:NOD"), std::string::npos);
+    const std::pair<const char*, const char*> wrong[] = {
+        {"show Web --node ST:none:NOD", "no managed system has the name 'ST:none:NOD'"},
+        {"show Web --node ST:one:NOD,x", "no managed system has the name 'x'"},
+        {"show Found --node ST:one:NOD", "table 'Found' has rows of 'own:TS' alone"},
+    };
+    for (const auto& [arguments, says] : wrong) {
+        const Outcome o = almanac(arguments);
+        EXPECT_EQ(o.status, 1) << arguments;
+        EXPECT_NE(o.err.find(says), std::string::npos) << o.err;
+    }
+    EXPECT_EQ(almanac("stop").status, 0);
 }
 
 TEST_F(Command, OutputsAndFilters) {

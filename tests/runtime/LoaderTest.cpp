@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "collection/StartHooks.h"
@@ -170,6 +171,40 @@ void updatesDiscovery() {
 }
 
 TEST_F(Loader, CollectsDiscoveryGroupsAnewInEachPass) { EXPECT_EXIT(updatesDiscovery(), testing::ExitedWithCode(0), ""); }
+
+// The whole life of subnodes in one agent: found by the discovery thread, deleted with the agent.
+void managesSubnodes() {
+    Variable interval("CDP_DISCOVERY_ATTRIBUTE_GROUP_UPDATE_INTERVAL", "1");
+    queryClassList = new VXClientClassList;
+    std::string cells;
+    for (const char* name : {"Subnode_Key", "Subnode_Type", "Subnode_Affinity", "Subnode_Version"}) {
+        cells += std::string("<attr name=\"") + name + "\" type=\"2\" size=\"8\"/>";
+    }
+    parse("<metadata><ag table=\"D\" name=\"D\" discovery_attribute_group=\"true\">" + cells + "</ag>" +
+          group("S", "subnode_type=\"TYP\"") + "</metadata>");
+    auto* d = new TestClass("D", [](TestClass& self) {
+        ResultInstance* row = self.row();
+        for (ListCursor c = self.getMetricCursor(); c.hasMoreElements(); c.setToNext()) {
+            const auto* metric = static_cast<Metric*>(c.getCurrentElement());
+            const bool isType = std::strcmp(metric->getQMPVMetricName(), "Subnode_Type") == 0;
+            row->addMetric(new ResultMetric(metric, isType ? "TYP" : "k"));
+        }
+        self.addResultInstance(row);
+    });
+    for (const char* name : {"Subnode_Key", "Subnode_Type", "Subnode_Affinity", "Subnode_Version"}) d->metric(name, STRING_DATA);
+    queryClassList->addClientClass(d);
+    add("S");
+    EXPECT_EQ(load_agents(), 0);
+    EXPECT_NE(subnodeDirectory(), nullptr);  // as soon as the loader has returned
+    for (int i = 0; i < 2000 && framework().subnodes.size() == 0; ++i) std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(framework().subnodes.size(), 1u);
+    AgTerminate();
+    EXPECT_EQ(subnodeDirectory(), nullptr);
+    EXPECT_EQ(queryClassList, nullptr);
+    leave();
+}
+
+TEST_F(Loader, AnAgentWithDiscoveryManagesSubnodesUntilItEnds) { EXPECT_EXIT(managesSubnodes(), testing::ExitedWithCode(0), ""); }
 
 // Counts its deletions.
 class Counted : public TestClass {

@@ -23,6 +23,7 @@ class NestedSubnodes : public Subnodes {
         classes.addClientClass(&inner);
         almanac::host::configureTrace("NONE", nullptr);
     }
+    ~NestedSubnodes() override { classes.removeClientClass(&inner); }
     Group innerGroup{"Inner", discoveryAttributes(), "SUB"};
     DiscoveryClass inner{"Inner", &world};
 };

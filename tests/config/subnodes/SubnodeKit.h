@@ -4,9 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
-#include <set>
+#include <thread>
 
 #include "collection/TestClass.h"
 #include "config/subnodes/SubnodeManager.h"
@@ -50,6 +51,7 @@ class DiscoveryClass : public TestClass {
   public:
     struct World {
         std::mutex mutex;
+        std::atomic<bool> held{false};  // a collection that begins now waits
         std::vector<Found> found;
         std::map<std::string, std::vector<Found>> foundBy;
     };
@@ -60,6 +62,7 @@ class DiscoveryClass : public TestClass {
   private:
     static Collector collectorOf(World* world) {
         return [world](TestClass& self) {
+            while (world->held) std::this_thread::sleep_for(std::chrono::milliseconds(1));
             const std::lock_guard guard(world->mutex);
             const char* key = self.getSubnodeKey();
             for (const Found& f : key ? world->foundBy[key] : world->found) self.addResultInstance(discoveryRow(self, f));

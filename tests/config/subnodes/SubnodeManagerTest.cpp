@@ -210,19 +210,20 @@ TEST_F(Subnodes, AGroupThatAggregatesForgetsWhatAPassDoesNotRepeat) {
 // Holds a collection of the discovery class until it is let go.
 class HeldCollection {
   public:
-    explicit HeldCollection(DiscoveryClass::World* world, TestClass* dag) : lock_(world->mutex) {
+    HeldCollection(DiscoveryClass::World* world, TestClass* dag) : world_(world) {
         const int before = dag->collections;
+        world_->held = true;
         thread_ = std::thread([dag] { dag->collectData("held"); });
         while (dag->collections == before) std::this_thread::sleep_for(1ms);
     }
     ~HeldCollection() { letGo(); }
     void letGo() {
-        if (lock_.owns_lock()) lock_.unlock();
+        world_->held = false;
         if (thread_.joinable()) thread_.join();
     }
 
   private:
-    std::unique_lock<std::mutex> lock_;
+    DiscoveryClass::World* world_;
     std::thread thread_;
 };
 

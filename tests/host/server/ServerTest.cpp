@@ -105,6 +105,34 @@ TEST_F(Server, ServesTablesColumnsAndRows) {
     EXPECT_EQ(agent["pid"], getpid());
 }
 
+TEST_F(Server, ShowsManagedSystemsTheAgentsOwnFirst) {
+    ready();
+    framework_.subnodes.setAway(true);
+    EXPECT_EQ(framework_.subnodes.enroll({"AA:b,c:TT", "AA", "02", "%X", {}, 0, false}), HBX_OK);
+    framework_.subnodes.setAway(false);
+    EXPECT_EQ(framework_.subnodes.enroll({"AA:a:TT", "AA", "01", "%X", {}, 0, false}), HBX_OK);
+    framework_.subnodes.setAway(true);
+    EXPECT_EQ(framework_.subnodes.enroll({"AA:d:TT", "AA", "03", "", {}, 0, false}), HBX_OK);
+    const json nodes = json::parse(get("/api/v1/nodes").body)["nodes"];
+    ASSERT_EQ(nodes.size(), 4u);
+    EXPECT_EQ(nodes[0]["name"], json::parse(get("/api/v1/agent").body)["origin_node"]);
+    EXPECT_EQ(nodes[0]["subnode"], false);
+    EXPECT_EQ(nodes[1]["name"], "AA:a:TT");
+    EXPECT_EQ(nodes[1]["state"], "registered");
+    EXPECT_EQ(nodes[2]["state"], "registered");
+    EXPECT_EQ(nodes[3]["state"], "pending");
+    EXPECT_EQ(nodes[3]["type"], "TT");
+    EXPECT_GE(nodes[1]["since_ms"], nodes[0]["since_ms"]);
+    // A comma may stand in a name; elsewhere it divides names.
+    for (const char* good : {"AA:b,c:TT", "AA:a:TT,AA:d:TT", "*", "AA:d:TT&node=AA:b,c:TT", ""}) {
+        EXPECT_EQ(get(std::string("/api/v1/tables/SMALL/rows?node=") + good).status, 200) << good;
+    }
+    for (const char* bad : {"AA:b", "AA:a:TT,AA:no:TT", ",", "*,x"}) {
+        EXPECT_EQ(get(std::string("/api/v1/tables/SMALL/rows?node=") + bad).status, 404) << bad;
+    }
+    EXPECT_EQ(get("/api/v1/nodes?x=1").status, 400);
+}
+
 TEST_F(Server, RefusesWithAReason) {
     ready();
     const struct {
