@@ -23,11 +23,9 @@ void setText(ResultMetric* cell, const char* text) {
     cell->setMetricValue(value);
 }
 
-// No rows, because the collection failed or has not ended: that tells nothing of subnodes.
-bool tellsNothing(ResultsManager* dag, bool noRows) {
-    if (!noRows) return false;
+bool hasFailed(ResultsManager* dag) {
     const int code = dag->getPerfErrorCode();
-    return (code != OBJECT_ACTIVE && code != NO_INSTANCES_RETURNED) || dag->isCollecting();
+    return code != OBJECT_ACTIVE && code != NO_INSTANCES_RETURNED;
 }
 
 }  // namespace
@@ -59,40 +57,47 @@ std::vector<std::string> SubnodeManager::announcedBy(const VXClientClass* dag) c
     return announced == dagToMSNs_.end() ? std::vector<std::string>() : announced->second.names.inOrder();
 }
 
-// Copies the rows out and writes each name into its row. False if they tell nothing.
+// Copies the rows out and writes each name into its row. False if they tell nothing: there are none, because the
+// collection failed or has not ended.
 bool SubnodeManager::readRows(VXClientClass* dag, std::vector<Row>* rows) const {
     TRACE_FUNCTION();
     auto* results = static_cast<ResultsManager*>(dag);
-    const AttributeGroupMeta* meta = dag->getAttributeGroupMeta();
-    const ResultsGuard guard(results);
-    ListCursor c = results->getResultInstanceListCursor();
-    if (tellsNothing(results, !c.hasMoreElements())) {
-        trace_state("The collection of %s failed or has not ended; its subnodes stay as they are", dag->getAttributeGroup());
+    const bool failedBefore = hasFailed(results);  // a collection by another thread may publish between the two questions
+    bool empty = true;
+    {
+        const ResultsGuard guard(results);
+        ListCursor c = results->getResultInstanceListCursor();
+        empty = !c.hasMoreElements();
+        rows->reserve(static_cast<std::size_t>(results->getResultInstanceCount()));
+        for (; c.hasMoreElements(); c.setToNext()) {
+            Row read;
+            if (readRow(dag, static_cast<ResultInstance*>(c.getCurrentElement()), &read)) rows->push_back(std::move(read));
+        }
+    }
+    if (!empty || !(failedBefore || hasFailed(results) || results->isCollecting())) return true;
+    trace_state("The collection of %s failed or has not ended; its subnodes stay as they are", dag->getAttributeGroup());
+    return false;
+}
+
+bool SubnodeManager::readRow(const VXClientClass* dag, const ResultInstance* row, Row* read) {
+    TRACE_MESSAGES();
+    const bool whole = DiscoveryCells::text(row, SUBNODE_KEY_QMPV_NAME, &read->key) &&
+                       DiscoveryCells::text(row, SUBNODE_TYPE_QMPV_NAME, &read->type) &&
+                       DiscoveryCells::text(row, SUBNODE_AFFINITY_QMPV_NAME, &read->affinity) &&
+                       DiscoveryCells::text(row, SUBNODE_VERSION_QMPV_NAME, &read->version);
+    if (!whole) {
+        trace_error("DAG row is missing a metric, skipping: key = %08x type = %08x aff = %08x ver = %08x",
+                    address(row->getMetric(SUBNODE_KEY_QMPV_NAME)), address(row->getMetric(SUBNODE_TYPE_QMPV_NAME)),
+                    address(row->getMetric(SUBNODE_AFFINITY_QMPV_NAME)), address(row->getMetric(SUBNODE_VERSION_QMPV_NAME)));
         return false;
     }
-    rows->reserve(static_cast<std::size_t>(results->getResultInstanceCount()));
-    for (; c.hasMoreElements(); c.setToNext()) {
-        const auto* row = static_cast<ResultInstance*>(c.getCurrentElement());
-        Row read;
-        const bool whole = DiscoveryCells::text(row, SUBNODE_KEY_QMPV_NAME, &read.key) &&
-                           DiscoveryCells::text(row, SUBNODE_TYPE_QMPV_NAME, &read.type) &&
-                           DiscoveryCells::text(row, SUBNODE_AFFINITY_QMPV_NAME, &read.affinity) &&
-                           DiscoveryCells::text(row, SUBNODE_VERSION_QMPV_NAME, &read.version);
-        char msn[MANAGED_SYSTEM_NAME_SIZE];
-        if (!whole) {
-            trace_error("DAG row is missing a metric, skipping: key = %08x type = %08x aff = %08x ver = %08x",
-                        address(row->getMetric(SUBNODE_KEY_QMPV_NAME)), address(row->getMetric(SUBNODE_TYPE_QMPV_NAME)),
-                        address(row->getMetric(SUBNODE_AFFINITY_QMPV_NAME)),
-                        address(row->getMetric(SUBNODE_VERSION_QMPV_NAME)));
-            continue;
-        }
-        if (!::generateSubnodeManagedSystemName(meta ? meta->applName() : nullptr, read.key.c_str(), read.type.c_str(), msn)) {
-            continue;
-        }
-        if (ResultMetric* cell = row->getMetric(SUBNODE_MSN_QMPV_NAME)) setText(cell, msn);
-        read.msn = msn;
-        rows->push_back(std::move(read));
+    const AttributeGroupMeta* meta = dag->getAttributeGroupMeta();
+    char msn[MANAGED_SYSTEM_NAME_SIZE];
+    if (!::generateSubnodeManagedSystemName(meta ? meta->applName() : nullptr, read->key.c_str(), read->type.c_str(), msn)) {
+        return false;
     }
+    if (ResultMetric* cell = row->getMetric(SUBNODE_MSN_QMPV_NAME)) setText(cell, msn);
+    read->msn = msn;
     return true;
 }
 

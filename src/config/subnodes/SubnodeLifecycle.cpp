@@ -111,13 +111,15 @@ std::unique_ptr<SubnodeManager::_MSNToQueriesEntry> SubnodeManager::withdraw(con
     const auto found = msnToQueries_.find(msn);
     std::unique_ptr<_MSNToQueriesEntry> entry = std::move(found->second);
     msnToQueries_.erase(found);
-    for (const auto& [clone, place] : entry->listed) {
-        const auto clones = agToQueries_.find(clone->getAttributeGroup());
-        clones->second.erase(place);
-        if (clones->second.empty()) agToQueries_.erase(clones);
-    }
+    for (const auto& [clone, place] : entry->listed) removeAGToQueriesEntry(clone, place);
     entry->listed.clear();
     return entry;
+}
+
+void SubnodeManager::removeAGToQueriesEntry(const VXClientClass* clone, Clones::iterator place) {
+    const auto clones = agToQueries_.find(clone->getAttributeGroup());
+    clones->second.erase(place);
+    if (clones->second.empty()) agToQueries_.erase(clones);
 }
 
 // The clones that discover themselves, of a subnode that stands. One that a nested change has retired is still pinned.

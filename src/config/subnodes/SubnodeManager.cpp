@@ -41,14 +41,21 @@ SubnodeManager* getSubnodeManager() {
 }
 
 bool stopSubnodeManager(long milliseconds) {
-    const std::lock_guard guard(instanceMutex);
-    return !instance || instance->stopZombieKiller(milliseconds);
+    SubnodeManager* present = nullptr;
+    {
+        const std::lock_guard guard(instanceMutex);
+        present = instance;
+    }
+    return !present || present->stopZombieKiller(milliseconds);
 }
 
 void deleteSubnodeManager() {
-    const std::lock_guard guard(instanceMutex);
-    delete instance;
-    instance = nullptr;
+    SubnodeManager* present = nullptr;
+    {
+        const std::lock_guard guard(instanceMutex);
+        present = std::exchange(instance, nullptr);
+    }
+    delete present;
 }
 
 SubnodeManager::SubnodeManager(ZombieThread thread) {

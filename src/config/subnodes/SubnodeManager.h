@@ -23,6 +23,8 @@
 #include "config/subnodes/OrderedNames.h"
 #include "foundation/StopSignal.h"
 
+class ResultInstance;
+
 // Attributes of a discovery group's rows.
 inline constexpr const char* SUBNODE_KEY_QMPV_NAME = "Subnode_Key";
 inline constexpr const char* SUBNODE_TYPE_QMPV_NAME = "Subnode_Type";
@@ -102,10 +104,12 @@ class SubnodeManager : public SubnodeDirectory {
     void cloneClasses(_MSNToQueriesEntry* entry, const char* msn, const char* key, const char* type);
     void publish(const char* msn, std::unique_ptr<_MSNToQueriesEntry> entry);
     std::unique_ptr<_MSNToQueriesEntry> withdraw(const char* msn);
+    void removeAGToQueriesEntry(const VXClientClass* clone, Clones::iterator place);
     void discoverWithin(const std::vector<VXClientClass*>& clones);
     void retire(_MSNToQueriesEntry* entry);
     void removeAnnouncedBy(VXClientClass* dag);
     void removeDAGToMSNsEntry(const VXClientClass* dag, const char* msn);
+    static bool readRow(const VXClientClass* dag, const ResultInstance* row, Row* read);
     bool readRows(VXClientClass* dag, std::vector<Row>* rows) const;
     void retryOrphans();
     std::vector<std::string> announcedBy(const VXClientClass* dag) const;
