@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,6 +22,40 @@
 
 namespace almanac::host::test {
 namespace {
+
+TEST(Environment, AnswersRightWhoeverChangedIt) {
+    std::map<std::string, std::string> model;
+    unsigned seed = 3;
+    for (int step = 0; step < 5000; ++step) {
+        seed = seed * 1664525u + 1013904223u;
+        const std::string name = "ALM_MIX" + std::to_string((seed >> 8) % 40), value = std::to_string(seed >> 20);
+        switch ((seed >> 28) % 5) {
+            case 0:
+                ::setenv(name.c_str(), value.c_str(), 1);  // behind the back of the base services
+                model[name] = value;
+                break;
+            case 1:
+                ::unsetenv(name.c_str());
+                model.erase(name);
+                break;
+            case 2:
+                ZSV1_UnsetEnv(name.c_str());
+                model.erase(name);
+                break;
+            default:
+                ZSV1_PutEnv((name + "=" + value).c_str());
+                model[name] = value;
+        }
+        const std::string asked = "ALM_MIX" + std::to_string((seed >> 14) % 40);
+        const char* const answer = ZSV1_GetProcessEnv(asked.c_str());
+        const char* const plain = ::getenv(asked.c_str());
+        const auto expected = model.find(asked);
+        ASSERT_EQ(answer != nullptr, expected != model.end()) << asked << " at step " << step;
+        ASSERT_EQ(plain != nullptr, answer != nullptr);
+        ASSERT_EQ(std::string(answer ? answer : "") + (plain ? plain : ""), answer ? expected->second + expected->second : "");
+    }
+    for (int i = 0; i < 40; ++i) ZSV1_UnsetEnv(("ALM_MIX" + std::to_string(i)).c_str());
+}
 
 TEST(Environment, PutAndReadOnManyThreadsKeepsOldTexts) {
     ASSERT_EQ(ZSV1_PutEnv("ALM_T_OLD=first"), 0);
