@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "exec/ChildProcess.h"
+#include "foundation/Corrections.h"
 #include "foundation/Trace.h"
 
 namespace {
@@ -19,6 +20,19 @@ constexpr std::size_t kWorkerStack = 256 * 1024;
 
 // Bits 8 to 15 of a wait status. Kept: a child that a signal killed counts as 0, a wait that failed as 255.
 int exitCode(int waitStatus) { return (waitStatus & 0xff00) >> 8; }
+
+// In single quotes, as one word of sh(1).
+std::string shellQuoted(const char* text) {
+    std::string quoted = "'";
+    for (; *text; ++text) {
+        if (*text == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += *text;
+        }
+    }
+    return quoted + '\'';
+}
 
 }  // namespace
 
@@ -257,12 +271,18 @@ int CommandWithTimeout::timeoutFromText(const char* text) {
 }
 
 char* CommandWithTimeout::buildEnvString(const HashMap* variables) {
+    const bool quoting = correctionIsOn("env-quoting");
     std::string text;
     for (HashMapIterator it = variables->iterator(); it.hasNext();) {
         it.next();
         const std::string name = it.getKey();
         const char* value = static_cast<const char*>(it.getData());
-        text += name + '=' + (value ? value : "");
+        text += name + '=';
+        if (quoting) {
+            text += shellQuoted(value ? value : "");
+        } else if (value) {
+            text += value;
+        }
         text += " export " + name.substr(0, name.find('=')) + ';';
     }
     return strdup(text.c_str());

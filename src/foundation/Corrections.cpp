@@ -11,6 +11,7 @@ namespace {
 
 constexpr Correction kCorrections[] = {
     {"event-console", "the host is told to answer the event console's calls itself; the working calls come with the log source"},
+    {"env-quoting", "a subnode's values in front of a script's command are quoted, so blanks and shell characters in them are harmless"},
     {nullptr, nullptr},
 };
 constexpr int kCount = static_cast<int>(std::size(kCorrections)) - 1;

@@ -109,15 +109,15 @@ class DerivedExample : public Example {
     void SetUp() override {
         Example::SetUp();
         namespace fs = std::filesystem;
-        for (const char* directory : {"data", "data/config", "one", "two"}) {
+        for (const char* directory : {"data", "data/config", "one", "two it's"}) {
             fs::create_directory(data_.path(directory));
             fs::permissions(data_.path(directory), fs::perms::owner_all);
         }
-        for (const char* file : {"one/a", "two/a", "two/b"}) writeFile(data_.path(file), "12345");
+        for (const char* file : {"one/a", "two it's/a", "two it's/b"}) writeFile(data_.path(file), "12345");
         writeFile(data_.path("data/config/ho.toml"),
                   "[AGENT]\nCDP_DP_THREAD_POOL_SIZE = 2\nCDP_DP_REFRESH_INTERVAL = 1\nCDP_DP_INITIAL_COLLECTION_DELAY = 0\n"
                   "[[DIR]]\nid = \"one\"\nDIRECTORY = \"" + data_.path("one") + "\"\n"
-                  "[[DIR]]\nid = \"two\"\nDIRECTORY = \"" + data_.path("two") + "\"\n");
+                  "[[DIR]]\nid = \"two\"\nDIRECTORY = \"" + data_.path("two it's") + "\"\n");
         ASSERT_TRUE(startExample());
     }
     std::string show(const std::string& arguments) {

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "exec/CommandWithTimeoutList.h"
+#include "foundation/Corrections.h"
 #include "platform/zsb.h"
 
 namespace {
@@ -201,6 +202,17 @@ TEST(CommandWithTimeout, EnvironmentPrefix) {
     std::free(prefix);
     ASSERT_EQ(broken.runCommand(), 0);
     EXPECT_STRNE(broken.getStdout(), "two words\n");
+    ZSV1_PutEnv("CDP_CORRECTIONS=env-quoting");
+    reloadCorrections();
+    char odd[] = "it's $HOME; `false` \"x\"\n\\";
+    map.put("A", odd);
+    prefix = CommandWithTimeout::buildEnvString(&map);
+    ZSV1_UnsetEnv("CDP_CORRECTIONS");
+    reloadCorrections();
+    CommandWithTimeout corrected("printf '%s' \"$A\"", 20, prefix);
+    std::free(prefix);
+    ASSERT_EQ(corrected.runCommand(), 0);
+    EXPECT_STREQ(corrected.getStdout(), odd);
 
     EXPECT_TRUE(CommandWithTimeout::containsVariable(&map, "A=x=y"));
     EXPECT_TRUE(CommandWithTimeout::containsVariable(&map, "B"));
