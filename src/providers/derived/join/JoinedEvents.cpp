@@ -57,6 +57,7 @@ class JoinRouter : public JoinedEventRouter {
     }
 };
 
-const bool registered = (registerJoinedEventRouter(new JoinRouter), true);
+JoinRouter& joinRouter = *new JoinRouter;  // never destroyed: threads may outlive main
+const bool registered = (registerJoinedEventRouter(&joinRouter), true);
 
 }  // namespace
