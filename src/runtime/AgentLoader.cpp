@@ -173,7 +173,8 @@ bool stopBackgroundThreads(long milliseconds) {
     if (threadPool) ended = threadPool->stop(milliseconds) && ended;
     ended = stopSubnodeManager(milliseconds) && ended;
     ended = discoveryStop.waitForEnd(milliseconds) && ended;
-    if (!ended) return false;
+    // A request that is still inside the agent may hand the pool a job or ask for its figures.
+    if (!ended || HBX_RequestsRunning() > 0) return false;
     delete refreshThread;
     refreshThread = nullptr;
     delete threadPool;

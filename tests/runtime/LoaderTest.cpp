@@ -180,6 +180,7 @@ class Counted : public TestClass {
 };
 
 void terminates(bool requestRuns) {
+    const Variable pool("CDP_DP_THREAD_POOL_SIZE", "2");
     queryClassList = new VXClientClassList;
     parse("<metadata>" + group("A") + group("B") + "</metadata>");
     for (const char* name : {"A", "B"}) {
@@ -201,6 +202,7 @@ void terminates(bool requestRuns) {
     AgTerminate();
     EXPECT_EQ(Counted::deleted, requestRuns ? 0 : 2);
     EXPECT_EQ(queryClassList == nullptr, !requestRuns);
+    EXPECT_EQ(threadPool == nullptr, !requestRuns);  // the request may be on its way to the pool
     EXPECT_EQ(metaMap.getCount(), requestRuns ? 2 : 0);
     goOn = true;
     request.join();
