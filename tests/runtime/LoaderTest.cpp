@@ -171,6 +171,27 @@ void updatesDiscovery() {
 
 TEST_F(Loader, CollectsDiscoveryGroupsAnewInEachPass) { EXPECT_EXIT(updatesDiscovery(), testing::ExitedWithCode(0), ""); }
 
+void stopsWhatHangs() {
+    const Variable refresh("CDP_DP_REFRESH_INTERVAL", "60"), delay("CDP_DP_INITIAL_COLLECTION_DELAY", "0");
+    queryClassList = new VXClientClassList;
+    parse("<metadata>" + group("D", "discovery_attribute_group=\"true\"") + group("R") + "</metadata>");
+    std::atomic<int> hung{0};
+    for (const char* name : {"D", "R"}) {
+        queryClassList->addClientClass(new TestClass(name, [&hung](TestClass&) {
+            for (++hung;;) std::this_thread::sleep_for(1h);
+        }));
+    }
+    load_agents();
+    while (hung < 2) std::this_thread::sleep_for(1ms);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(stopBackgroundThreads(1000));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1900ms);  // both in the time of one
+    EXPECT_NE(refreshThread, nullptr);
+    leave();
+}
+
+TEST_F(Loader, ThreadsThatHangShareTheTimeOfTheStop) { EXPECT_EXIT(stopsWhatHangs(), testing::ExitedWithCode(0), ""); }
+
 // Counts its deletions.
 class Counted : public TestClass {
   public:
