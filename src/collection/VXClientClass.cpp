@@ -1,5 +1,6 @@
 #include "collection/VXClientClass.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -109,7 +110,7 @@ void VXClientClass::readRefreshInterval() {
     std::string name = std::string("CDP_") + attributeGroup_ + "_REFRESH_INTERVAL";
     ZSV1_ToUpper(name.data());
     if (const char* value = ZSV1_GetEnv(name.c_str())) {
-        refreshInterval_ = std::atoi(value);
+        refreshInterval_ = std::max(std::atoi(value), 0);
         trace_detail("Attribute group %s using refresh interval %d", attributeGroup_, refreshInterval_.load());
     } else {
         trace_detail("%s not set, attribute group %s will use default refresh interval, if one is set", name.c_str(),

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <string>
 
@@ -167,13 +168,22 @@ void startDiscoveryThread() {
 }
 
 bool stopBackgroundThreads(long milliseconds) {
-    bool ended = true;
     discoveryStop.stop();
-    if (refreshThread) ended = refreshThread->stop(milliseconds) && ended;
-    if (threadPool) ended = threadPool->stop(milliseconds) && ended;
-    ended = stopSubnodeManager(milliseconds) && ended;
-    ended = discoveryStop.waitForEnd(milliseconds) && ended;
-    if (!ended) return false;
+    if (refreshThread) refreshThread->stop(0);
+    if (threadPool) threadPool->stop(0);
+    // All were asked first and share the time: several that hang take no longer than one.
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    const auto left = [end] {
+        const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
+        return static_cast<long>(std::max(rest.count(), std::chrono::milliseconds::rep{0}));
+    };
+    bool ended = !refreshThread || refreshThread->stop(left());
+    ended = (!threadPool || threadPool->stop(left())) && ended;
+    ended = stopSubnodeManager(left()) && ended;
+    ended = discoveryStop.waitForEnd(left()) && ended;
+    // A request that is still inside the agent may hand the pool a job or ask for its figures.
+    if (!ended || HBX_RequestsRunning() > 0) return false;
     delete refreshThread;
     refreshThread = nullptr;
     delete threadPool;

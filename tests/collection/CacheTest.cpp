@@ -40,6 +40,8 @@ TEST(TimeToLive, RefreshIntervalIsNamedAfterTheGroup) {
     EXPECT_EQ(disk.getRefreshInterval(), 75);
     EXPECT_EQ(TestClass("Disk").getRefreshInterval(), 0);
     EXPECT_EQ(TestClass(&disk, "key").getRefreshInterval(), 75);
+    Variable negative("CDP_DISK_REFRESH_INTERVAL", "-5");
+    EXPECT_EQ(TestClass("Disk").getRefreshInterval(), 0);  // none, also where it is shown
 }
 
 TEST(Cache, IsAskedUntilTheTimeIsOverOnTheMonotonicClock) {

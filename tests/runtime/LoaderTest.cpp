@@ -206,6 +206,27 @@ void managesSubnodes() {
 
 TEST_F(Loader, AnAgentWithDiscoveryManagesSubnodesUntilItEnds) { EXPECT_EXIT(managesSubnodes(), testing::ExitedWithCode(0), ""); }
 
+void stopsWhatHangs() {
+    const Variable refresh("CDP_DP_REFRESH_INTERVAL", "60"), delay("CDP_DP_INITIAL_COLLECTION_DELAY", "0");
+    queryClassList = new VXClientClassList;
+    parse("<metadata>" + group("D", "discovery_attribute_group=\"true\"") + group("R") + "</metadata>");
+    std::atomic<int> hung{0};
+    for (const char* name : {"D", "R"}) {
+        queryClassList->addClientClass(new TestClass(name, [&hung](TestClass&) {
+            for (++hung;;) std::this_thread::sleep_for(1h);
+        }));
+    }
+    load_agents();
+    while (hung < 2) std::this_thread::sleep_for(1ms);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(stopBackgroundThreads(1000));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1900ms);  // both in the time of one
+    EXPECT_NE(refreshThread, nullptr);
+    leave();
+}
+
+TEST_F(Loader, ThreadsThatHangShareTheTimeOfTheStop) { EXPECT_EXIT(stopsWhatHangs(), testing::ExitedWithCode(0), ""); }
+
 // Counts its deletions.
 class Counted : public TestClass {
   public:
@@ -215,6 +236,7 @@ class Counted : public TestClass {
 };
 
 void terminates(bool requestRuns) {
+    const Variable pool("CDP_DP_THREAD_POOL_SIZE", "2");
     queryClassList = new VXClientClassList;
     parse("<metadata>" + group("A") + group("B") + "</metadata>");
     for (const char* name : {"A", "B"}) {
@@ -236,6 +258,7 @@ void terminates(bool requestRuns) {
     AgTerminate();
     EXPECT_EQ(Counted::deleted, requestRuns ? 0 : 2);
     EXPECT_EQ(queryClassList == nullptr, !requestRuns);
+    EXPECT_EQ(threadPool == nullptr, !requestRuns);  // the request may be on its way to the pool
     EXPECT_EQ(metaMap.getCount(), requestRuns ? 2 : 0);
     goOn = true;
     request.join();

@@ -59,10 +59,12 @@ void DerivedStorage::addSample(std::string_view metric, std::string_view row, in
         r.ring[static_cast<std::size_t>(r.next++)] = value;
         if (r.next >= samples) r.next = 0;
     }
+    // A shorter call may have moved `next` on while the ring was not full: no sample lies behind the count.
+    const int end = std::min(samples, r.count);
     int at = r.next;
     for (int i = 0; i < r.count; ++i) {
         list->push_back(r.ring[static_cast<std::size_t>(at++)]);
-        if (at >= samples) at = 0;
+        if (at >= end) at = 0;
     }
 }
 

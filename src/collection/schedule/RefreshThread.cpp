@@ -115,6 +115,10 @@ void RefreshThread::startJobs(VXClientClass* queryClass) {
         return;
     }
     for (const ClassPin& clone : clonesOf(queryClass)) {
+        // Without a pool this takes as long as all the collections: a stop need not wait for them, and a subnode that was
+        // removed meanwhile is not asked any more.
+        if (stop_.isStopped() || HBX_QueryShutdown()) return;
+        if (clone->isZombie()) continue;
         trace_detail("Forcing asynchronous data collection of subnode attribute group %s:%s on %s",
                      clone->getProductCode(), clone->getAttributeGroup(), clone->getSubnodeKey());
         startJob(clone.get());

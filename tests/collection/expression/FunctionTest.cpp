@@ -174,6 +174,7 @@ TEST(Functions, Memory) {
         {"sum(last(A, 4), last(A, 4))", {1, 2}, "d 4; d 12; "},
         // Other numbers of samples stay inside the first one's room.
         {"sum(last(A, 2), last(A, 9))", {1, 2, 3}, "d 4; d 8; d 12; "},
+        {"min(last(A, 9)) + sum(last(A, 2)) * 0", {5, 6, 7, 8}, "d 5; d 5; d 5; d 6; "},
         {"count(0) + sum(last(A, 2))", {1, 2, 3}, "l 2; l 5; l 8; "},
     };
     for (const auto& c : cases) {

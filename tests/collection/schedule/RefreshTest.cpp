@@ -211,4 +211,23 @@ TEST_F(Refresh, ATemplateIsScheduledAndItsClonesCollect) {
     EXPECT_FALSE(one.isHeld());
 }
 
+TEST_F(Refresh, ClonesBehindASlowOneAreNotCollectedOnceTheyAreRetiredOrAStopIsAsked) {
+    testclock::Guard clock;
+    Group group("RSLOW", nameAndNumber(), "SUB");
+    add("RSLOW", 30);
+    Directory directory;
+    RefreshThread* refresh = nullptr;
+    TestClass retired("RSLOW"), behind("RSLOW");
+    TestClass first("RSLOW", [&](TestClass&) { retired.setZombie(true); });
+    TestClass stopping("RSLOW", [&](TestClass&) { refresh->stop(0); });
+    directory.clones = {&first, &retired, &stopping, &behind};
+    RefreshThread thread(0);
+    refresh = &thread;
+    testclock::advance(30s);
+    thread.run();
+    EXPECT_EQ(first.collections + stopping.collections, 2);
+    EXPECT_EQ(retired.collections.load(), 0);
+    EXPECT_EQ(behind.collections.load(), 0);
+}
+
 }  // namespace

@@ -57,7 +57,7 @@ class JoinRouter : public JoinedEventRouter {
     }
 };
 
-JoinRouter& joinRouter = *new JoinRouter;  // never destroyed: threads may outlive main
-const bool registered = (registerJoinedEventRouter(&joinRouter), true);
+[[gnu::used]] JoinRouter* joinRouter = new JoinRouter;  // never destroyed: threads may outlive main
+const bool registered = (registerJoinedEventRouter(joinRouter), true);
 
 }  // namespace
