@@ -83,6 +83,7 @@ class SubnodeManager : public SubnodeDirectory {
     using Clones = std::list<VXClientClass*>;
     struct _MSNToQueriesEntry {
         VXClientClass* dag = nullptr;  // who announced it; null once that one is gone
+        int depth = 1;                 // one more than that of the subnode whose clone announced it
         VXClientClassList classes;
         std::vector<std::pair<VXClientClass*, Clones::iterator>> listed;  // where each stands in agToQueries_
     };
@@ -106,6 +107,7 @@ class SubnodeManager : public SubnodeDirectory {
     void retire(_MSNToQueriesEntry* entry);
     void removeAnnouncedBy(VXClientClass* dag);
     void removeDAGToMSNsEntry(const VXClientClass* dag, const char* msn);
+    int depthOf(const VXClientClass* dag) const;
     bool readRows(VXClientClass* dag, std::vector<Row>* rows) const;
     void retryOrphans();
     std::vector<std::string> announcedBy(const VXClientClass* dag) const;
@@ -119,7 +121,6 @@ class SubnodeManager : public SubnodeDirectory {
     // announcer went before they could be deregistered.
     std::unordered_map<std::string, Announced> dagToMSNs_;
     std::vector<VXClientClass*> zombies_;
-    int nesting_ = 0;  // discoveries within discoveries
 
     StopSignal stop_;
     bool threadRuns_ = false;
