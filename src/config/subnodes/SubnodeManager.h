@@ -72,6 +72,7 @@ class SubnodeManager : public SubnodeDirectory {
     ClassPins getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) override;
 
     // Deletes the zombies that nobody uses and nobody refers to, in cycles until one deletes nothing; their number.
+    // Where only rings are left, zombies that are held by nobody but each other let go first.
     int collectGarbage();
     // The thread's body: collects garbage at its interval until it is stopped.
     void zombieKiller();
@@ -111,8 +112,9 @@ class SubnodeManager : public SubnodeDirectory {
     bool readRows(VXClientClass* dag, std::vector<Row>* rows) const;
     void retryOrphans();
     std::vector<std::string> announcedBy(const VXClientClass* dag) const;
-    std::unordered_set<const VXClientClass*> referees() const;
-    std::vector<VXClientClass*> takeDeletable(bool evenInUse);
+    std::unordered_set<const VXClientClass*> refereesOfLive() const;
+    std::vector<VXClientClass*> takeDeletable();
+    bool letRingsGo();
 
     std::mutex leaf_;  // beside the subnode lock for who changes the first two; alone for who reads them
     std::unordered_map<std::string, std::unique_ptr<_MSNToQueriesEntry>> msnToQueries_;

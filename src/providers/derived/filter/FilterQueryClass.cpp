@@ -61,6 +61,11 @@ List* FilterQueryClass::getQueryReferences() {
     return references;
 }
 
+void FilterQueryClass::releaseQueryReferences() {
+    std::lock_guard guard(rawClassesLock_);
+    rawClasses_.reset();
+}
+
 SourceClass FilterQueryClass::cloneOfThisSubnode(const char* name) const {
     TRACE_FUNCTION();
     const char* type = getAttributeGroupMeta() ? getAttributeGroupMeta()->subnodeType() : nullptr;
