@@ -54,6 +54,26 @@ class DerivedClones : public Subnodes {
     std::vector<std::unique_ptr<ResultsManager>> made_;
 };
 
+// A subnode is registered under the type as its row writes it, which may differ in case from that of each group.
+TEST_F(DerivedClones, FindTheirOwnSubnodeWhateverTheCaseOfItsType) {
+    join("Web", "Db");
+    filter("Db");
+    rollup("Web");
+    find({{"one", "Sub"}, {"two", "SUB"}});
+    ASSERT_EQ(registered(), "PP:one:Sub,PP:two:SUB,");
+    for (const auto& [group, rows] : {std::pair<Group*, const char*>{&joined, "one,two,"}, {&filtered, "one,two,"}}) {
+        std::string names;
+        for (const ClassPin& clone : collect(*group)) {
+            EXPECT_EQ(clone->getPerfErrorCode(), OBJECT_ACTIVE) << clone->getAttributeGroup();
+            for (ListCursor c = rowsOf(clone).getResultInstanceListCursor(); c.hasMoreElements(); c.setToNext()) {
+                names += static_cast<ResultInstance*>(c.getCurrentElement())->getMetric("NAME")->getStringValue() + std::string(",");
+            }
+        }
+        EXPECT_EQ(names, rows);
+    }
+    for (const ClassPin& clone : collect(summed)) EXPECT_EQ(rowsOf(clone).getResultInstanceCount(), 1);
+}
+
 // The join reads the filter, the filter the rollup, the rollup the join; and the join a table beside the ring.
 class DerivedRings : public DerivedClones {
   protected:
