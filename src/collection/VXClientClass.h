@@ -81,6 +81,8 @@ class VXClientClass : public ListElement {
     virtual bool isExpired();
     virtual void setZombie(bool on) { zombie_ = on; }
     virtual List* getQueryReferences() = 0;  // a new list of the classes it refers to, or null
+    // Lets go of those classes and of all that it shares with them, for ever. Only of a retired copy that nobody uses.
+    virtual void releaseQueryReferences() {}
 
     // What the status tables ask of every provider.
     virtual const char* getPerfObjectName() = 0;
@@ -124,6 +126,7 @@ class VXClientClass : public ListElement {
     void hold() { ++holders_; }
     void unhold() { --holders_; }
     bool isHeld() const { return holders_ > 0; }
+    int getHolders() const { return holders_; }
 
     // How many collections have ended, over all classes, and a wait for one more than `seen`, at most so long. For
     // requests whose data is on its way.

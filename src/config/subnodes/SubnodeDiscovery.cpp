@@ -105,21 +105,27 @@ void SubnodeManager::retryOrphans() {
     for (const std::string& name : announcedBy(nullptr)) removeSubnode(name.c_str());
 }
 
+// How deep the subnode stands whose clone this is; 0 for a class of the reference file.
+int SubnodeManager::depthOf(const VXClientClass* dag) const {
+    const auto own = msnToQueries_.find(dag->getManagedSystemName());
+    return own == msnToQueries_.end() ? 0 : own->second->depth;
+}
+
 void SubnodeManager::discoveryAttributeGroupWasUpdated(VXClientClass* dag) {
     TRACE_FUNCTION();
     if (!dag || dag->isZombie()) return;  // a request may still hold a clone that has gone
-    if (nesting_ >= kDeepestNesting) {
+    const int depth = depthOf(dag);
+    if (depth >= kDeepestNesting) {
         trace_error("Subnodes of %s are nested more than %d deep, its rows are left out", dag->getAttributeGroup(),
                     kDeepestNesting);
         return;
     }
-    if (nesting_ == 0) retryOrphans();
+    if (depth == 0) retryOrphans();
     std::vector<Row> rows;
     if (!readRows(dag, &rows)) return;
     const std::vector<std::string> previous = announcedBy(dag);
     const std::unordered_set<std::string_view> known(previous.begin(), previous.end());
     std::unordered_set<std::string_view> seen;
-    ++nesting_;
     for (const Row& row : rows) {
         seen.insert(row.msn);
         if (known.count(row.msn) > 0) continue;
@@ -130,7 +136,6 @@ void SubnodeManager::discoveryAttributeGroupWasUpdated(VXClientClass* dag) {
         if (HBX_QueryShutdown()) break;
         if (seen.count(name) == 0) removeSubnode(name.c_str());
     }
-    --nesting_;
 }
 
 void SubnodeManager::updateDiscoveryAttributeGroupForSubnode(const char* msn) {

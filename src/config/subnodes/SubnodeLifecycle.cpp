@@ -68,6 +68,7 @@ bool SubnodeManager::addSubnode(const char* msn, const char* key, const char* ty
     if (!registerSubnode(msn, type, affinity, version, dag)) return false;
     auto entry = std::make_unique<_MSNToQueriesEntry>();
     entry->dag = dag;
+    entry->depth = depthOf(dag) + 1;
     cloneClasses(entry.get(), msn, key, type);
     std::vector<VXClientClass*> discoveries;
     for (ListCursor c = entry->classes.getClassListCursor(); c.hasMoreElements(); c.setToNext()) {

@@ -68,12 +68,9 @@ SubnodeManager::~SubnodeManager() {
     while (!stopZombieKiller(1000)) trace_error("The garbage collection of subnodes has not ended yet");
     if (subnodeDirectory() == this) registerSubnodeDirectory(nullptr);
     for (auto& [msn, entry] : msnToQueries_) retire(entry.get());
-    for (;;) {
-        std::vector<VXClientClass*> doomed = takeDeletable(true);
-        if (doomed.empty()) doomed.swap(zombies_);  // those that refer to each other
-        if (doomed.empty()) break;
-        for (VXClientClass* zombie : doomed) delete zombie;
-    }
+    // None is deleted while another one still pins it or shares anything with it, in whatever order they go.
+    for (VXClientClass* zombie : zombies_) zombie->releaseQueryReferences();
+    for (VXClientClass* zombie : zombies_) delete zombie;
 }
 
 void SubnodeManager::acquireLock() { ZSV1_GetLock(lock()); }

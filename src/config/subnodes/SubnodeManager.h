@@ -74,6 +74,7 @@ class SubnodeManager : public SubnodeDirectory {
     ClassPins getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) override;
 
     // Deletes the zombies that nobody uses and nobody refers to, in cycles until one deletes nothing; their number.
+    // Where only rings are left, zombies that are held by nobody but each other let go first.
     int collectGarbage();
     // The thread's body: collects garbage at its interval until it is stopped.
     void zombieKiller();
@@ -85,6 +86,7 @@ class SubnodeManager : public SubnodeDirectory {
     using Clones = std::list<VXClientClass*>;
     struct _MSNToQueriesEntry {
         VXClientClass* dag = nullptr;  // who announced it; null once that one is gone
+        int depth = 1;                 // one more than that of the subnode whose clone announced it
         VXClientClassList classes;
         std::vector<std::pair<VXClientClass*, Clones::iterator>> listed;  // where each stands in agToQueries_
     };
@@ -110,11 +112,13 @@ class SubnodeManager : public SubnodeDirectory {
     void removeAnnouncedBy(VXClientClass* dag);
     void removeDAGToMSNsEntry(const VXClientClass* dag, const char* msn);
     static bool readRow(const VXClientClass* dag, const ResultInstance* row, Row* read);
+    int depthOf(const VXClientClass* dag) const;
     bool readRows(VXClientClass* dag, std::vector<Row>* rows) const;
     void retryOrphans();
     std::vector<std::string> announcedBy(const VXClientClass* dag) const;
-    std::unordered_set<const VXClientClass*> referees() const;
-    std::vector<VXClientClass*> takeDeletable(bool evenInUse);
+    std::unordered_set<const VXClientClass*> refereesOfLive() const;
+    std::vector<VXClientClass*> takeDeletable();
+    bool letRingsGo();
 
     std::mutex leaf_;  // beside the subnode lock for who changes the first two; alone for who reads them
     std::unordered_map<std::string, std::unique_ptr<_MSNToQueriesEntry>> msnToQueries_;
@@ -123,7 +127,6 @@ class SubnodeManager : public SubnodeDirectory {
     // announcer went before they could be deregistered.
     std::unordered_map<std::string, Announced> dagToMSNs_;
     std::vector<VXClientClass*> zombies_;
-    int nesting_ = 0;  // discoveries within discoveries
 
     StopSignal stop_;
     bool threadRuns_ = false;

@@ -21,15 +21,24 @@ long sleepMilliseconds() {
     return std::clamp(seconds, 0L, 10L * 365 * 24 * 3600) * 1000;
 }
 
-void addReferences(VXClientClass* referrer, std::unordered_set<const VXClientClass*>* all) {
+// All that a class refers to but itself, each as often as it does.
+std::vector<const VXClientClass*> refereesOf(VXClientClass* referrer) {
+    std::vector<const VXClientClass*> all;
     const std::unique_ptr<List> references(referrer->getQueryReferences());
-    if (!references) return;
+    if (!references) return all;
     ListIterator it = references->iterator();
     while (it.hasNext()) {
         const auto* referee = static_cast<const VXClientClass*>(it.next());
-        if (referee != referrer) all->insert(referee);
+        if (referee != referrer) all.push_back(referee);
     }
+    return all;
 }
+
+void addReferees(VXClientClass* referrer, std::unordered_set<const VXClientClass*>* all) {
+    for (const VXClientClass* referee : refereesOf(referrer)) all->insert(referee);
+}
+
+bool isBusy(VXClientClass* zombie) { return zombie->isOnQueue() || static_cast<ResultsManager*>(zombie)->isCollecting(); }
 
 }  // namespace
 
@@ -67,32 +76,32 @@ int SubnodeManager::zombieCount() {
     return static_cast<int>(zombies_.size());
 }
 
-// What any class refers to: a live one too may still read from a clone that has been retired.
-std::unordered_set<const VXClientClass*> SubnodeManager::referees() const {
+// What the classes in use refer to: they too may still read from a clone that has been retired.
+std::unordered_set<const VXClientClass*> SubnodeManager::refereesOfLive() const {
     std::unordered_set<const VXClientClass*> all;
     const auto addAll = [&all](ListCursor c) {
-        for (; c.hasMoreElements(); c.setToNext()) addReferences(static_cast<VXClientClass*>(c.getCurrentElement()), &all);
+        for (; c.hasMoreElements(); c.setToNext()) addReferees(static_cast<VXClientClass*>(c.getCurrentElement()), &all);
     };
     if (queryClassList) addAll(queryClassList->getClassListCursor());
     for (const auto& [msn, entry] : msnToQueries_) addAll(entry->classes.getClassListCursor());
-    for (VXClientClass* zombie : zombies_) addReferences(zombie, &all);
     return all;
 }
 
 // Takes out of the zombies those that nobody refers to and nobody uses. They are in no map, so nobody can find them
 // any more.
-std::vector<VXClientClass*> SubnodeManager::takeDeletable(bool evenInUse) {
+std::vector<VXClientClass*> SubnodeManager::takeDeletable() {
     TRACE_FUNCTION();
     std::vector<VXClientClass*> deletable;
     if (zombies_.empty()) return deletable;
-    const std::unordered_set<const VXClientClass*> needed = referees();
+    std::unordered_set<const VXClientClass*> needed = refereesOfLive();
+    for (VXClientClass* zombie : zombies_) addReferees(zombie, &needed);
     std::vector<VXClientClass*> kept;
     for (auto it = zombies_.rbegin(); it != zombies_.rend(); ++it) {
-        auto* zombie = static_cast<ResultsManager*>(*it);
+        VXClientClass* zombie = *it;
         const auto id = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(zombie));
         if (needed.count(zombie) > 0) {
             trace_detail("Query Object %08x found on referees list, is not a root", id);
-        } else if (evenInUse || (!zombie->isHeld() && !zombie->isOnQueue() && !zombie->isCollecting())) {
+        } else if (!zombie->isHeld() && !isBusy(zombie)) {
             trace_detail("Query Object %08x is quiescent-- deleting", id);
             deletable.push_back(zombie);
             continue;
@@ -106,6 +115,38 @@ std::vector<VXClientClass*> SubnodeManager::takeDeletable(bool evenInUse) {
     return deletable;
 }
 
+// Zombies that read each other in a ring would keep each other for ever. Lets those go of what they read that nobody
+// holds but others of them; false if there are none. As they are in no map, nobody can come to hold one meanwhile.
+bool SubnodeManager::letRingsGo() {
+    TRACE_FUNCTION();
+    if (zombies_.empty()) return false;
+    std::unordered_map<const VXClientClass*, std::vector<const VXClientClass*>> reads;
+    std::unordered_map<const VXClientClass*, int> pins;
+    for (VXClientClass* zombie : zombies_) {
+        for (const VXClientClass* referee : reads[zombie] = refereesOf(zombie)) ++pins[referee];
+    }
+    const std::unordered_set<const VXClientClass*> needed = refereesOfLive();
+    std::vector<const VXClientClass*> used;
+    for (VXClientClass* zombie : zombies_) {
+        if (isBusy(zombie) || needed.count(zombie) > 0 || zombie->getHolders() != pins[zombie]) used.push_back(zombie);
+    }
+    std::unordered_set<const VXClientClass*> kept;
+    while (!used.empty()) {
+        const VXClientClass* zombie = used.back();
+        used.pop_back();
+        if (!kept.insert(zombie).second) continue;
+        if (const auto its = reads.find(zombie); its != reads.end()) used.insert(used.end(), its->second.begin(), its->second.end());
+    }
+    bool any = false;
+    for (VXClientClass* zombie : zombies_) {
+        if (reads[zombie].empty() || kept.count(zombie) > 0) continue;
+        trace_detail("Query Object %08x lets go of what it reads", static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(zombie)));
+        zombie->releaseQueryReferences();
+        any = true;
+    }
+    return any;
+}
+
 int SubnodeManager::collectGarbage() {
     TRACE_FUNCTION();
     int deleted = 0;
@@ -117,7 +158,8 @@ int SubnodeManager::collectGarbage() {
         std::vector<VXClientClass*> doomed;
         {
             const SubnodeGuard locked(this);
-            doomed = takeDeletable(false);
+            doomed = takeDeletable();
+            if (doomed.empty() && letRingsGo()) doomed = takeDeletable();
             curCount = static_cast<int>(zombies_.size());
         }
         // Outside the lock: a provider's end may take its time.

@@ -61,10 +61,22 @@ List* FilterQueryClass::getQueryReferences() {
     return references;
 }
 
+void FilterQueryClass::releaseQueryReferences() {
+    std::lock_guard guard(rawClassesLock_);
+    rawClasses_.reset();
+}
+
 SourceClass FilterQueryClass::cloneOfThisSubnode(const char* name) const {
     TRACE_FUNCTION();
     const char* type = getAttributeGroupMeta() ? getAttributeGroupMeta()->subnodeType() : nullptr;
     if (!type) return SourceClass();
+    const AttributeGroupMeta* named = findAttributeGroupMeta(name);
+    if (ClassPin clone = cloneInSubnodeOf(this, named)) {
+        trace_detail("Found query for attribute group %s with subnode %s/%s", name, type, getSubnodeKey());
+        return SourceClass(std::move(clone), this);
+    }
+    // All clones of a group have its type: one look tells, however many there are.
+    if (named && !same(named->subnodeType(), type)) return SourceClass();
     SubnodeDirectory* directory = subnodeDirectory();
     ClassPins clones = directory ? directory->getAllSubnodeQueryClasses(name) : ClassPins();
     if (clones.empty()) trace_detail("No subnode queries for %s", name);

@@ -36,6 +36,7 @@ class FilterQueryClass : public ResultsManager {
     void printResults() override;
     VXClientClass* subnodeCopy(const char* subnodeKey, VXClientClassList* list) override;
     List* getQueryReferences() override;
+    void releaseQueryReferences() override;
     void internalCollectData(const char* requestId) override;
     const char* getPerfObjectName() override { return attributeGroupName_.c_str(); }
     int getPerfObjectStatus() override { return status_; }

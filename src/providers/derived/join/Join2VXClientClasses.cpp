@@ -42,12 +42,19 @@ Join2VXClientClasses::Join2VXClientClasses(Join2VXClientClasses* prototype, cons
     ++joins;
 }
 
-// What may refer to metrics shared with a source goes while the source is still pinned.
 Join2VXClientClasses::~Join2VXClientClasses() {
     --joins;
+    Join2VXClientClasses::releaseQueryReferences();
+}
+
+// What may refer to metrics shared with a source goes while the source is still pinned.
+void Join2VXClientClasses::releaseQueryReferences() {
     clearResultSet();
     clearPureCache();
     deleteDerivedMetricStorage();
+    std::lock_guard guard(clientClassLock_);
+    for (JoinQuery* query : {query1_.get(), query2_.get()}) query->setClientClass(SourceClass());
+    resolved_ = false;
 }
 
 int Join2VXClientClasses::count() { return joins; }

@@ -27,6 +27,7 @@ class Join2VXClientClasses : public ResultsManager {
     void printResults() override;
     VXClientClass* subnodeCopy(const char* subnodeKey, VXClientClassList* list) override;
     List* getQueryReferences() override;
+    void releaseQueryReferences() override;
     void addMetricObject(Metric* metric) override;
     void internalCollectData(const char* requestId) override;
     const char* getPerfObjectName() override { return perfObjectName_.c_str(); }

@@ -94,6 +94,11 @@ List* RollupClass::getQueryReferences() {
     return references;
 }
 
+void RollupClass::releaseQueryReferences() {
+    std::lock_guard guard(sourceClassLock_);
+    sourceClass_ = SourceClass();
+}
+
 int RollupClass::getIntFromDouble(const Metric* metric, double value) {
     TRACE_MESSAGES();
     const double whole = std::trunc(value);

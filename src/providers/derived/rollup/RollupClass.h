@@ -37,6 +37,7 @@ class RollupClass : public ResultsManager {
     void printResults() override;
     VXClientClass* subnodeCopy(const char* subnodeKey, VXClientClassList* list) override;
     List* getQueryReferences() override;
+    void releaseQueryReferences() override;
     void internalCollectData(const char* requestId) override;
     const char* getPerfObjectName() override { return perfObjectName_.c_str(); }
     int getPerfObjectStatus() override { return status_; }

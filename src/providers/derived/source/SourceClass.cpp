@@ -10,11 +10,18 @@ SourceClass::SourceClass(ClassPin clone, const VXClientClass* reader)
     if (clone.get() != reader) pin_ = std::move(clone);
 }
 
+ClassPin cloneInSubnodeOf(const VXClientClass* reader, const AttributeGroupMeta* meta) {
+    SubnodeDirectory* directory = subnodeDirectory();
+    const std::string& msn = reader->getManagedSystemName();
+    return directory && meta && !msn.empty() ? directory->getSubnodeQueryClass(msn.c_str(), meta) : ClassPin();
+}
+
 SourceClass sourceInSubnode(VXClientClass* declared, const char* key, const VXClientClass* reader) {
     SubnodeDirectory* directory = subnodeDirectory();
     const AttributeGroupMeta* meta = declared->getAttributeGroupMeta();
     if (directory && meta) {
-        SourceClass clone(directory->getSubnodeQueryClassByKey(key, meta), reader);
+        SourceClass clone(cloneInSubnodeOf(reader, meta), reader);
+        if (!clone) clone = SourceClass(directory->getSubnodeQueryClassByKey(key, meta), reader);
         if (clone) return clone;
     }
     const bool belongsToSubnodes = meta && meta->subnodeType();

@@ -23,6 +23,10 @@ class SourceClass {
     ClassPin pin_;
 };
 
+// The clone of a group's class in the very subnode that the reader belongs to. By the name under which that is registered:
+// one made from the key and the group's type may differ from it in the case of the type.
+ClassPin cloneInSubnodeOf(const VXClientClass* reader, const AttributeGroupMeta* meta);
+
 // What a class of the reference file stands for to a reader in the subnode with this key: its clone there or, where it
 // has none, the class itself. Empty if the class belongs to subnodes and has no clone in this one: it is being removed.
 // Takes no lock but the directory's own.
