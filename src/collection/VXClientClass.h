@@ -124,6 +124,10 @@ class VXClientClass : public ListElement {
     void hold() { ++holders_; }
     void unhold() { --holders_; }
     bool isHeld() const { return holders_ > 0; }
+    // Pool jobs that exist for this class. A request that ends clears the on-queue flag, but not these.
+    bool hasJob() const { return jobs_ > 0; }
+    void jobMade() { ++jobs_; }
+    void jobGone() { --jobs_; }
 
     // How many collections have ended, over all classes, and a wait for one more than `seen`, at most so long. For
     // requests whose data is on its way.
@@ -171,6 +175,7 @@ class VXClientClass : public ListElement {
     bool onQueue_ = false;
     bool ownsMetrics_ = true;
     std::atomic<int> holders_{0};
+    std::atomic<int> jobs_{0};
 };
 
 // Keeps a class against deletion while it lives; may be empty.
