@@ -181,6 +181,7 @@ TEST_F(Refresh, ATableHungForAnHourDelaysNeitherTheOthersNorTheStop) {
     EXPECT_TRUE(pool.stop(20000));
     threadPool = nullptr;
     EXPECT_EQ(hung.collections.load(), 1);
+    list_.removeClientClass(&hung);
 }
 
 // Answers with the clones it is given.
