@@ -161,6 +161,7 @@ bool bringSettings(const std::string& file) {
         if (!error) fs::rename(unfinished, copy, error);
         if (error) {
             complain(copy.string() + ": " + error.message());
+            fs::remove(unfinished, error);
             return false;
         }
         std::fprintf(stderr, "The settings %s were copied to %s\n", entry.path().c_str(), target.c_str());

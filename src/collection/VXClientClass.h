@@ -127,6 +127,10 @@ class VXClientClass : public ListElement {
     void unhold() { --holders_; }
     bool isHeld() const { return holders_ > 0; }
     int getHolders() const { return holders_; }
+    // Pool jobs that exist for this class. A request that ends clears the on-queue flag, but not these.
+    bool hasJob() const { return jobs_ > 0; }
+    void jobMade() { ++jobs_; }
+    void jobGone() { --jobs_; }
 
     // How many collections have ended, over all classes, and a wait for one more than `seen`, at most so long. For
     // requests whose data is on its way.
@@ -174,6 +178,7 @@ class VXClientClass : public ListElement {
     bool onQueue_ = false;
     bool ownsMetrics_ = true;
     std::atomic<int> holders_{0};
+    std::atomic<int> jobs_{0};
 };
 
 // Keeps a class against deletion while it lives; may be empty.

@@ -127,7 +127,8 @@ void RefreshThread::startJobs(VXClientClass* queryClass) {
 
 void RefreshThread::startJob(VXClientClass* queryClass) {
     TRACE_FUNCTION();
-    if (queryClass->isOnQueue()) {
+    // The flag alone would not do: each request clears it, and a pool that hangs would gather one more job for each.
+    if (queryClass->isOnQueue() || queryClass->hasJob()) {
         trace_detail("%s already on thread pool queue, not adding again", queryClass->getAttributeGroup());
         queryClass->countSkippedInterval();
         return;

@@ -17,9 +17,11 @@ int impatientCollectorTimeout = 0;
 CollectDataJob::CollectDataJob(VXClientClass* queryClass, const char* requestId)
     : queryClass_(queryClass), requestId_(strdup(requestId ? requestId : "")) {
     queryClass_->hold();
+    queryClass_->jobMade();
 }
 
 CollectDataJob::~CollectDataJob() {
+    queryClass_->jobGone();
     queryClass_->unhold();
     std::free(requestId_);
 }

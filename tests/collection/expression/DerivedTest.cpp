@@ -3,6 +3,7 @@
 
 #include "collection/TestClass.h"
 #include "collection/expression/FormulaRow.h"
+#include "host/Scratch.h"
 #include "runtime/reference/XMLConfigParser.h"
 
 namespace almanac::test {
@@ -107,6 +108,23 @@ TEST(Derived, CollectionsKeepTheirSamples) {
     c.deleteDerivedMetricStorage();
     c.collectAnew(nullptr);
     EXPECT_EQ(latest(c), "TREND=d 0 COUNT=l 1 ");
+}
+
+TEST(Derived, AHistoricalRequestEndsTheMemoryOfAnAggregatingClass) {
+    const Group group("KEPT", nameAndNumber());
+    for (const bool aggregates : {true, false}) {
+        const host::test::Variable set("CDP_KEPT_AGGREGATE_RESULTS", aggregates ? "yes" : "no");
+        TestClass c("KEPT", [](TestClass& t) { t.addResultInstance(t.named("x", 1)); });
+        c.withNameAndNumber();
+        derive(c, "COUNT", "count(0)");
+        std::string counted;
+        for (int i = 0; i < 5; ++i) {
+            if (i == 2) c.setLastRequestWasHistorical();  // heard of when the third collection is published
+            c.collectData(nullptr);
+            counted += shown(static_cast<ResultInstance*>(c.getResultInstanceListCursor().getCurrentElement())->getMetric("COUNT")) + " ";
+        }
+        EXPECT_EQ(counted, aggregates ? "l 1 l 2 l 3 l 1 l 2 " : "l 1 l 2 l 3 l 4 l 5 ");
+    }
 }
 
 // Events and collections compute the same metrics at once, each on rows of its own, some of one name.

@@ -127,6 +127,32 @@ TEST_F(Refresh, AnIntervalIsSkippedWhileTheClassIsOnTheQueue) {
     EXPECT_EQ(c->lastRequest(), "00000000");  // skipped ones take no number
 }
 
+TEST_F(Refresh, AFullPoolGathersOneJobOfAClassHoweverOftenItIsRequested) {
+    std::atomic<bool> gate{false};
+    TestClass hung("RHUNG", [&gate](TestClass&) {
+        while (!gate) std::this_thread::sleep_for(1ms);
+    });
+    TestClass* asked = add("RASKED", 5);
+    RefreshThread refresh(0);
+    ThreadPool pool(1);
+    threadPool = &pool;
+    refresh.startJob(&hung);
+    for (int i = 0; i < 20000 && hung.collections == 0; ++i) std::this_thread::sleep_for(1ms);
+    for (int i = 0; i < 3; ++i) {
+        refresh.startJob(asked);
+        asked->setOnQueue(false);  // a request ends
+    }
+    EXPECT_EQ(pool.getTPStatistics().queueLength, 1);
+    EXPECT_EQ(asked->getPerfstats().skippedIntervals, 2);
+    gate = true;
+    for (int i = 0; i < 20000 && asked->hasJob(); ++i) std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(asked->collections.load(), 1);
+    refresh.startJob(asked);
+    EXPECT_TRUE(asked->hasJob() || asked->collections > 1);  // the next interval is served again
+    EXPECT_TRUE(pool.stop(20000));
+    threadPool = nullptr;
+}
+
 TEST_F(Refresh, ATableHungForAnHourDelaysNeitherTheOthersNorTheStop) {
     testclock::Guard clock;
     std::atomic<bool> gate{false};
