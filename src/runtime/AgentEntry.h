@@ -27,6 +27,6 @@ bool deriveInstanceName(int argc, const char* const* argv, const char* hostName,
 void updateDiscoveryAttributeGroups();
 
 // Starts the discovery thread; stops pool, refresh, discovery and zombie threads. stopBackgroundThreads is false if one of them
-// did not end in time.
+// did not end in time. Pool and refresh thread are deleted then, unless a request is still inside the agent.
 void startDiscoveryThread();
 bool stopBackgroundThreads(long milliseconds);

@@ -173,7 +173,8 @@ bool stopBackgroundThreads(long milliseconds) {
     if (threadPool) ended = threadPool->stop(milliseconds) && ended;
     ended = stopSubnodeManager(milliseconds) && ended;
     ended = discoveryStop.waitForEnd(milliseconds) && ended;
-    if (!ended) return false;
+    // A request that is still inside may yet ask the pool for its figures or hand it a job.
+    if (!ended || HBX_RequestsRunning() > 0) return ended;
     delete refreshThread;
     refreshThread = nullptr;
     delete threadPool;

@@ -215,6 +215,7 @@ class Counted : public TestClass {
 };
 
 void terminates(bool requestRuns) {
+    Variable size("CDP_DP_THREAD_POOL_SIZE", "1");
     queryClassList = new VXClientClassList;
     parse("<metadata>" + group("A") + group("B") + "</metadata>");
     for (const char* name : {"A", "B"}) {
@@ -229,13 +230,16 @@ void terminates(bool requestRuns) {
         if (!requestRuns) return;
         almanac::host::callAgent([&] {
             inside = true;
+            ThreadPool* pool = threadPool;
             while (!goOn) std::this_thread::sleep_for(1ms);
+            EXPECT_EQ(pool->getTPStatistics().poolSize, 1);  // the table of the pool's figures has kept the pool
         });
     });
     while (requestRuns && !inside) std::this_thread::sleep_for(1ms);
     AgTerminate();
     EXPECT_EQ(Counted::deleted, requestRuns ? 0 : 2);
     EXPECT_EQ(queryClassList == nullptr, !requestRuns);
+    EXPECT_EQ(threadPool == nullptr, !requestRuns);
     EXPECT_EQ(metaMap.getCount(), requestRuns ? 2 : 0);
     goOn = true;
     request.join();
