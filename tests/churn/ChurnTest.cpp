@@ -15,6 +15,7 @@
 #include "config/subnodes/SubnodeManager.h"
 #include "host/framework/Framework.h"
 #include "platform/zsb.h"
+#include "providers/derived/filter/FilterQueryClass.h"
 #include "providers/derived/join/Join2VXClientClasses.h"
 #include "runtime/reference/Application.h"
 
@@ -125,6 +126,16 @@ class Churn : public testing::Test {
         join_ = std::make_unique<Join2VXClientClasses>("APP", "CHJOIN", new JoinQuery("CHEV", nullptr, true),
                                                        new JoinQuery("CHTAB", nullptr, true), &classes_, true);
         enter(joinGroup_, join_.get());
+        // Two that read each other, and a table beside: what is retired of them is held by nothing but itself.
+        ring_ = std::make_unique<Join2VXClientClasses>("APP", "CHRING", new JoinQuery("CHFILT", nullptr, true),
+                                                       new JoinQuery("CHTAB", nullptr, true), &classes_, false);
+        enter(ringGroup_, ring_.get());
+        filter_ = std::make_unique<FilterQueryClass>("APP", "CHFILT", "CHTAB,CHRING", "NAME NE 'row3'");
+        auto* name = new FilterQueryMetric;
+        name->init("NAME");
+        name->setQMPVName("NAME");
+        filter_->addMetricObject(name);
+        enter(filterGroup_, filter_.get());
         table_.setRefreshInterval(1);
         manager_ = std::make_unique<SubnodeManager>(SubnodeManager::ZombieThread::None);
         registerSubnodeDirectory(manager_.get());
@@ -132,9 +143,11 @@ class Churn : public testing::Test {
     ~Churn() override {
         manager_.reset();
         for (VXClientClass* c : {static_cast<VXClientClass*>(&discovery_), static_cast<VXClientClass*>(&table_),
-                                 static_cast<VXClientClass*>(events_.get()), static_cast<VXClientClass*>(join_.get())}) {
+                                 static_cast<VXClientClass*>(events_.get()), static_cast<VXClientClass*>(join_.get()),
+                                 static_cast<VXClientClass*>(ring_.get()), static_cast<VXClientClass*>(filter_.get())}) {
             classes_.removeClientClass(c);
         }
+        ring_.reset();
         join_.reset();
         auto& registry = almanac::host::framework().subnodes;
         for (const std::string& name : registry.names()) registry.remove(name);
@@ -164,9 +177,9 @@ class Churn : public testing::Test {
     // As a request does: the clones of some subnodes, or of all.
     void request(unsigned seed) {
         std::mt19937 random(seed);
-        Group* groups[] = {&tableGroup_, &eventGroup_, &joinGroup_};
+        Group* groups[] = {&tableGroup_, &eventGroup_, &joinGroup_, &ringGroup_, &filterGroup_};
         while (!stop_) {
-            Group& group = *groups[random() % 3];
+            Group& group = *groups[random() % 5];
             ClassPins pins;
             if (random() % 10 == 0) {
                 pins = manager_->getAllSubnodeQueryClasses(group.meta);
@@ -213,7 +226,11 @@ class Churn : public testing::Test {
     TestClass discovery_;
     Table table_{"CHTAB"};
     std::unique_ptr<Table> events_;
+    Group ringGroup_{"CHRING", joinedAttributes(), "CHU"};
+    Group filterGroup_{"CHFILT", {{"NAME", 2, 16}}, "CHU"};
     std::unique_ptr<Join2VXClientClasses> join_;
+    std::unique_ptr<Join2VXClientClasses> ring_;
+    std::unique_ptr<FilterQueryClass> filter_;
     VXClientClassList classes_;
     std::unique_ptr<SubnodeManager> manager_;
     std::atomic<bool> stop_{false};
@@ -257,7 +274,9 @@ TEST_F(Churn, NothingIsLeftOfThemInTheEnd) {
     for (int round = 0; round < 20; ++round) {
         world_.choose(random);
         updateDiscoveryClasses([] { return std::string("round"); }, WhenCollecting::Skip);
-        for (const ClassPin& clone : manager_->getAllSubnodeQueryClasses(joinGroup_.meta)) clone->collectDataIfNeeded("r");
+        for (const Group* group : {&joinGroup_, &ringGroup_}) {
+            for (const ClassPin& clone : manager_->getAllSubnodeQueryClasses(group->meta)) clone->collectDataIfNeeded("r");
+        }
         manager_->collectGarbage();
     }
     EXPECT_EQ(Table::live, 2 * static_cast<int>(world_.keys().size()));

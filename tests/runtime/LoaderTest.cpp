@@ -250,8 +250,10 @@ void terminates(bool requestRuns) {
     std::thread request([&] {
         if (!requestRuns) return;
         almanac::host::callAgent([&] {
+            ThreadPool* its = threadPool;
             inside = true;
             while (!goOn) std::this_thread::sleep_for(1ms);
+            EXPECT_EQ(its->getTPStatistics().poolSize, 2);  // the table of the pool's figures has kept the pool
         });
     });
     while (requestRuns && !inside) std::this_thread::sleep_for(1ms);

@@ -53,6 +53,7 @@ void updateDiscoveryClasses(const std::function<std::string()>& requestId, WhenC
         SubnodeDirectory* directory = subnodeDirectory();
         if (!directory) continue;
         for (const ClassPin& clone : directory->getAllSubnodeQueryClasses(meta)) {
+            if (HBX_QueryShutdown()) return;
             if (!clone->isZombie()) update(clone.get(), requestId(), whenCollecting);  // its subnode may have gone meanwhile
         }
     }

@@ -129,6 +129,7 @@ void SubnodeManager::discoverWithin(const std::vector<VXClientClass*>& clones) {
     ClassPins pins;
     for (VXClientClass* clone : clones) pins.emplace_back(clone);
     for (const ClassPin& clone : pins) {
+        if (HBX_QueryShutdown()) return;
         if (clone->isZombie()) continue;
         trace_error("Processing attribute group \"%s\", which is both a DAG and a SAG. This code path isn't tested",
                     clone->getAttributeGroup());

@@ -124,7 +124,8 @@ ClassPin SubnodeManager::getSubnodeQueryClass(const char* msn, const AttributeGr
 
 ClassPin SubnodeManager::getSubnodeQueryClassByKey(const char* key, const AttributeGroupMeta* meta) {
     char msn[MANAGED_SYSTEM_NAME_SIZE];
-    if (!meta || !::generateSubnodeManagedSystemName(meta->applName(), key, meta->subnodeType(), msn)) return {};
+    if (!meta || !meta->subnodeType()) return {};  // in no subnode; that is no error
+    if (!::generateSubnodeManagedSystemName(meta->applName(), key, meta->subnodeType(), msn)) return {};
     return getSubnodeQueryClass(msn, meta);
 }
 

@@ -74,6 +74,24 @@ TEST_F(DerivedClones, FindTheirOwnSubnodeWhateverTheCaseOfItsType) {
     for (const ClassPin& clone : collect(summed)) EXPECT_EQ(rowsOf(clone).getResultInstanceCount(), 1);
 }
 
+TEST_F(DerivedClones, ReadAClassOutsideOfSubnodesWithoutAWordOfError) {
+    Group plainGroup("Plain", nameAndNumber());
+    SubnodeClass plain("Plain");
+    classes.addClientClass(&plain);
+    join("Web", "Plain");
+    filter("Plain");
+    rollup("Plain");
+    find({{"one"}});
+    EXPECT_EQ(errorsOf([&] {
+                  for (const Group* group : {&joined, &filtered, &summed}) {
+                      for (const ClassPin& clone : collect(*group)) EXPECT_EQ(rowsOf(clone).getResultInstanceCount(), 1);
+                  }
+              }), "");
+    EXPECT_EQ(plain.collections, 1);
+    manager.reset();
+    classes.removeClientClass(&plain);
+}
+
 // The join reads the filter, the filter the rollup, the rollup the join; and the join a table beside the ring.
 class DerivedRings : public DerivedClones {
   protected:

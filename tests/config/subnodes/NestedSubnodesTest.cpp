@@ -6,6 +6,7 @@
 #include "SubnodeKit.h"
 #include "config/subnodes/DiscoveryPass.h"
 #include "host/Scratch.h"
+#include "platform/zhb.h"
 
 namespace {
 
@@ -98,6 +99,33 @@ TEST_F(NestedSubnodes, EndSomewhere) {
     EXPECT_EQ(registry().size(), 16u) << "a later pass begins where they ended";
     find({});
     EXPECT_EQ(registered(), "");
+}
+
+// A pass over many clones is broken off by the agent's end; so is the discovery within a new subnode.
+TEST_F(NestedSubnodes, AreNotAskedAnyMoreOnceTheAgentEnds) {
+    Group secondGroup("Second", discoveryAttributes(), "SUB");
+    DiscoveryClass second("Second", &world);
+    secondGroup.meta->setIsDiscoveryAttributeGroup(true);
+    secondGroup.meta->setQuery(&second);
+    classes.addClientClass(&second);
+    find({{"one"}, {"two"}, {"three"}});
+    int asked = 0, stopAt = 0;
+    world.during = [&] {
+        if (++asked == stopAt) HBX_Shutdown(1);
+    };
+    const auto askedIn = [&](int at, auto pass) {
+        asked = 0;
+        stopAt = at;
+        pass();
+        std::_Exit(asked);
+    };
+    // The first to be asked is the outer class; then come clones.
+    EXPECT_EXIT(askedIn(3, [] { updateDiscoveryClasses([] { return std::string("id"); }, WhenCollecting::Skip); }),
+                testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(askedIn(2, [&] { find({{"one"}, {"two"}, {"three"}, {"four"}}); }), testing::ExitedWithCode(2), "");
+    world.during = nullptr;
+    manager.reset();
+    classes.removeClientClass(&second);
 }
 
 // Zombies, as many as there are keys, of the groups Web and Db.

@@ -54,6 +54,7 @@ class DiscoveryClass : public TestClass {
         std::atomic<bool> held{false};  // a collection that begins now waits
         std::vector<Found> found;
         std::map<std::string, std::vector<Found>> foundBy;
+        std::function<void()> during;  // what else happens in a collection
     };
     DiscoveryClass(const char* group, World* world) : TestClass(group, collectorOf(world)) {
         for (const Attr& a : discoveryAttributes()) metric(a.name, STRING_DATA);
@@ -62,6 +63,7 @@ class DiscoveryClass : public TestClass {
   private:
     static Collector collectorOf(World* world) {
         return [world](TestClass& self) {
+            if (world->during) world->during();
             while (world->held) std::this_thread::sleep_for(std::chrono::milliseconds(1));
             const std::lock_guard guard(world->mutex);
             const char* key = self.getSubnodeKey();
