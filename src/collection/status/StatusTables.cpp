@@ -180,7 +180,12 @@ void PerfObjectStatus::internalCollectData(const char*) {
     if (getSubnodeKey() && meta) {
         SubnodeDirectory* directory = subnodeDirectory();
         if (!directory) return;
-        for (const ClassPin& its : directory->getAllSubnodeQueryClasses(meta->applName(), getSubnodeKey(), meta->subnodeType())) {
+        // As its subnode is registered: what announced it may have another application, and the type in another case.
+        const std::string& msn = getManagedSystemName();
+        const std::string ownAppl = msn.substr(0, msn.find(':'));
+        const char* appl = msn.empty() ? meta->applName() : ownAppl.c_str();
+        const char* type = msn.empty() ? meta->subnodeType() : &msn[msn.rfind(':') + 1];
+        for (const ClassPin& its : directory->getAllSubnodeQueryClasses(appl, getSubnodeKey(), type)) {
             addRowOf(its.get());
         }
     } else if (VXClientClassList* all = list_ ? list_ : queryClassList) {

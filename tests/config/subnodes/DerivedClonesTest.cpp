@@ -1,5 +1,6 @@
 // Clones of derived tables under the real keeper of subnodes: what they find, and how they end.
 #include "SubnodeKit.h"
+#include "collection/status/StatusTables.h"
 #include "providers/derived/filter/FilterQueryClass.h"
 #include "providers/derived/join/Join2VXClientClasses.h"
 #include "providers/derived/rollup/RollupClass.h"
@@ -25,6 +26,7 @@ class DerivedClones : public Subnodes {
         filter->addMetricObject(metric);
         enter(&filtered, filter);
     }
+    void statusTable() { enter(&status, new PerfObjectStatus("APP", "Status", &classes, status.meta)); }
     void rollup(const char* group) {
         auto* rollup = new RollupClass("APP", "Summed", group, "N", &classes);
         auto* metric = new Metric;
@@ -42,6 +44,7 @@ class DerivedClones : public Subnodes {
 
     Group joined{"Joined", nameAndNumber(), "SUB"};
     Group filtered{"Filtered", nameAndNumber(), "SUB"};
+    Group status{"Status", {{"ATTRGRP", 2, 16}}, "SUB"};
     Group summed{"Summed", {{"Total", 0, 4}}, "SUB"};
 
   private:
@@ -59,6 +62,7 @@ TEST_F(DerivedClones, FindTheirOwnSubnodeWhateverTheCaseOfItsType) {
     join("Web", "Db");
     filter("Db");
     rollup("Web");
+    statusTable();
     find({{"one", "Sub"}, {"two", "SUB"}});
     ASSERT_EQ(registered(), "PP:one:Sub,PP:two:SUB,");
     for (const auto& [group, rows] : {std::pair<Group*, const char*>{&joined, "one,two,"}, {&filtered, "one,two,"}}) {
@@ -72,6 +76,7 @@ TEST_F(DerivedClones, FindTheirOwnSubnodeWhateverTheCaseOfItsType) {
         EXPECT_EQ(names, rows);
     }
     for (const ClassPin& clone : collect(summed)) EXPECT_EQ(rowsOf(clone).getResultInstanceCount(), 1);
+    for (const ClassPin& clone : collect(status)) EXPECT_EQ(rowsOf(clone).getResultInstanceCount(), 5) << "all but itself";
 }
 
 TEST_F(DerivedClones, ReadAClassOutsideOfSubnodesWithoutAWordOfError) {
