@@ -200,9 +200,12 @@ class Churn : public testing::Test {
         std::mt19937 random(seed);
         int number = 0;
         while (!stop_) {
-            const PureEventGuard guard;
             const std::string key = "node" + std::to_string(random() % kSubnodes);
-            const ClassPin clone = manager_->getSubnodeQueryClassByKey(key.c_str(), eventGroup_.meta);
+            ClassPin clone;
+            {
+                const PureEventGuard guard;
+                clone = manager_->getSubnodeQueryClassByKey(key.c_str(), eventGroup_.meta);
+            }
             if (!clone) continue;
             auto* c = static_cast<TestClass*>(clone.get());
             c->sendEventData(eventOf(*c, ++number));

@@ -182,10 +182,10 @@ void PerfObjectStatus::internalCollectData(const char*) {
         if (!directory) return;
         // As its subnode is registered: what announced it may have another application, and the type in another case.
         const std::string& msn = getManagedSystemName();
-        const std::string appl = msn.substr(0, msn.find(':'));
-        const ClassPins all = msn.empty() ? directory->getAllSubnodeQueryClasses(meta->applName(), getSubnodeKey(), meta->subnodeType())
-                                          : directory->getAllSubnodeQueryClasses(appl.c_str(), getSubnodeKey(), &msn[msn.rfind(':') + 1]);
-        for (const ClassPin& its : all) {
+        const std::string ownAppl = msn.substr(0, msn.find(':'));
+        const char* appl = msn.empty() ? meta->applName() : ownAppl.c_str();
+        const char* type = msn.empty() ? meta->subnodeType() : &msn[msn.rfind(':') + 1];
+        for (const ClassPin& its : directory->getAllSubnodeQueryClasses(appl, getSubnodeKey(), type)) {
             addRowOf(its.get());
         }
     } else if (VXClientClassList* all = list_ ? list_ : queryClassList) {

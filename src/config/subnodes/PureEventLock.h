@@ -1,6 +1,6 @@
-// The pure event lock: who hands an event of a client program to a subnode's class holds it from looking the class up
-// until the event is delivered, and a clone becomes a zombie only under it. Recursive; behind the subnode lock, before
-// the mutexes of classes. Never held around a collection.
+// The pure event lock: a clone becomes a zombie only under it. Who hands an event of a client program to a subnode's class
+// may look the class up under it and pins it, and delivers the event after releasing it: a joined event may collect.
+// Recursive; behind the subnode lock, before the mutexes of classes. Never held around a collection.
 #pragma once
 
 void acquirePureEventLock();

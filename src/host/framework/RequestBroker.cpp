@@ -73,6 +73,9 @@ void RequestBroker::runSample(const SampleQuery& query, const Done& done, Sample
 
     query.table->countStart();
     const auto start = std::chrono::steady_clock::now();
+    // Counts as inside the agent from its making to its end, also between the calls: the request may refer to what the
+    // agent deletes when nothing is inside.
+    const AgentCall inside;
     aghbx* request = nullptr;
     bool good = callAgent([&] {
         RequestDetail detail(spec);
