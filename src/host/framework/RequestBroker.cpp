@@ -1,5 +1,7 @@
 #include "host/framework/RequestBroker.h"
 
+#include <optional>
+
 #include "host/base/HostTrace.h"
 #include "host/framework/AgentCall.h"
 #include "host/framework/OpenRequests.h"
@@ -75,7 +77,7 @@ void RequestBroker::runSample(const SampleQuery& query, const Done& done, Sample
     const auto start = std::chrono::steady_clock::now();
     // Counts as inside the agent from its making to its end, also between the calls: the request may refer to what the
     // agent deletes when nothing is inside.
-    const AgentCall inside;
+    std::optional<AgentCall> inside(std::in_place);
     aghbx* request = nullptr;
     bool good = callAgent([&] {
         RequestDetail detail(spec);
@@ -105,8 +107,9 @@ void RequestBroker::runSample(const SampleQuery& query, const Done& done, Sample
     result.status = request && good ? SampleStatus::Ok : SampleStatus::Failed;
     result.duration = std::chrono::steady_clock::now() - start;
     query.table->countEnd(result.status == SampleStatus::Ok, result.rows.count(), result.duration);
-    done(std::move(result));
     if (request && request->state()->retire()) disposeOf(request);
+    inside.reset();
+    done(std::move(result));
 }
 
 std::shared_ptr<OpenRequest> RequestBroker::open(const std::shared_ptr<TableEntry>& table, RequestSpec spec,
