@@ -1,51 +1,27 @@
-#include "providers/local/script/ScriptXMLConfigParser.h"
-
+// The `script` section of the reference file: its metrics and the files it copies to a remote host.
 #include <cstring>
 
-#include "foundation/HashMap.h"
-#include "foundation/Trace.h"
+#include "collection/QueryClassXMLConfigParser.h"
+#include "providers/local/script/ShellQueryClass.h"
 
 namespace {
 
+class ScriptXMLConfigParser : public QueryClassXMLConfigParser {
+  public:
+    ScriptXMLConfigParser() : QueryClassXMLConfigParser("script") {}
+
+  protected:
+    VXClientClass* makeQueryClass(const HashMap* attributes) override {
+        require(attributes, {"command", "separator", "name"});
+        return new ShellQueryClass(getText(attributes, "app"), getText(attributes, "ag"), getText(attributes, "command"),
+                                   getText(attributes, "separator"), getText(attributes, "name"),
+                                   getBoolean(attributes, "utf8_input"), getBoolean(attributes, "ssh"));
+    }
+    void startOther(const char* name, const HashMap* attributes, VXClientClass* query) override {
+        if (std::strcmp(name, "File") == 0) static_cast<ShellQueryClass*>(query)->addCommandFile(getText(attributes, "Name"));
+    }
+};
+
 [[maybe_unused]] ScriptXMLConfigParser& scriptParser = *new ScriptXMLConfigParser;
 
-bool is(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
-
 }  // namespace
-
-ScriptXMLConfigParser::ScriptXMLConfigParser() { registerXMLConfigParser("script", this); }
-
-void ScriptXMLConfigParser::startScript(const HashMap* attributes) {
-    TRACE_FUNCTION();
-    const char* group = getText(attributes, "ag");
-    for (const char* required : {"command", "separator", "name"}) {
-        if (getText(attributes, required)) continue;
-        trace_error("script: attribute %s is missing for attribute group %s; it counts as empty", required, group ? group : "");
-    }
-    query_ = std::make_unique<ShellQueryClass>(getText(attributes, "app"), group, getText(attributes, "command"),
-                                               getText(attributes, "separator"), getText(attributes, "name"),
-                                               getBoolean(attributes, "utf8_input"), getBoolean(attributes, "ssh"));
-}
-
-void ScriptXMLConfigParser::startElement(const char* name, HashMap* attributes) {
-    TRACE_FUNCTION();
-    if (is(name, "script")) {
-        trace_detail("Tag: %s\n", name);
-        startScript(attributes);
-    } else if (is(name, "metric")) {
-        trace_detail("Tag: %s\n", name);
-        if (!query_) return;
-        auto metric = std::make_unique<Metric>();
-        initializeMetric(metric.get(), attributes);
-        query_->addMetricObject(metric.release());
-    } else if (is(name, "File")) {
-        trace_detail("Tag: %s\n", name);
-        if (query_) query_->addCommandFile(getText(attributes, "Name"));
-    }
-}
-
-void ScriptXMLConfigParser::endElement(const char* name) {
-    TRACE_FUNCTION();
-    if (!is(name, "script") || !query_ || !getGlobalQueryClassList()) return;
-    getGlobalQueryClassList()->addClientClass(query_.release());
-}
