@@ -108,10 +108,10 @@ class ResultsManager : public VXClientClass {
     void processRatesDeltas();
     // Unlinks and returns the history of a row, the caller's then; null if there is none.
     PrevResultInstance* getPrevResultInstance(const char* name) { return history_.take(name); }
-    // The history of one cell, made and seeded from the cell if it is new. Never null.
-    PrevResult* getPrevResult(ResultMetric* metric, PrevResultInstance* instance);
+    // The history of one cell, made and seeded from the cell if it is new. Never null. `now` in monotonic seconds.
+    static PrevResult* getPrevResult(ResultMetric* metric, PrevResultInstance* instance, time_t now);
     // Computes one cell: the history then holds what the cell held, and the cell the result.
-    void computeRateDelta(PrevResult* previous, ResultMetric* metric);
+    static void computeRateDelta(PrevResult* previous, ResultMetric* metric, time_t now);
     void clearPrevResultList() { history_.clear(); }
     void printPrevResults();
 

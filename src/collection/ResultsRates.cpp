@@ -5,25 +5,19 @@
 #include "foundation/Trace.h"
 #include "foundation/UTF8String.h"
 
-namespace {
-
-time_t now() { return Clock::monotonic().tv_sec; }
-
-}  // namespace
-
-PrevResult* ResultsManager::getPrevResult(ResultMetric* metric, PrevResultInstance* instance) {
-    return rates::previousOf(*metric, instance, now());
+PrevResult* ResultsManager::getPrevResult(ResultMetric* metric, PrevResultInstance* instance, time_t now) {
+    return rates::previousOf(*metric, instance, now);
 }
 
-void ResultsManager::computeRateDelta(PrevResult* previous, ResultMetric* metric) {
-    rates::compute(previous, metric, now());
+void ResultsManager::computeRateDelta(PrevResult* previous, ResultMetric* metric, time_t now) {
+    rates::compute(previous, metric, now);
 }
 
 void ResultsManager::processRatesDeltas() {
     TRACE_FUNCTION();
     trace_state("Processing Rates/Deltas.");
     if (trace_is_on(ZTR1_STATE)) printPrevResults();
-    const time_t at = now();  // one time for all cells of a collection
+    const time_t now = Clock::monotonic().tv_sec;  // one time for all cells of a collection
     PrevResultList next;
     next.reserve(static_cast<std::size_t>(new_.count()));
     if (preserveUnchangedInstances_) {
@@ -50,7 +44,7 @@ void ResultsManager::processRatesDeltas() {
             trace_detail("Looping through Result Metrics: current metric %s.", cell->getQMPVMetricName());
             if (!isRateOrDelta(cell->getRawMetricType())) continue;
             trace_detail("%s is a Rate or Delta", cell->getQMPVMetricName());
-            rates::compute(rates::previousOf(*cell, entry, at), cell, at);
+            computeRateDelta(getPrevResult(cell, entry, now), cell, now);
         }
     }
     clearPrevResultList();

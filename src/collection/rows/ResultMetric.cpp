@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include "foundation/Convert.h"
 #include "foundation/Trace.h"
 
 namespace {
@@ -18,8 +19,6 @@ long long toInt64(double value) {
     if (value < -9223372036854775808.0) return std::numeric_limits<long long>::min();
     return static_cast<long long>(value);
 }
-
-int low32(long long value) { return static_cast<int>(static_cast<unsigned>(static_cast<unsigned long long>(value))); }
 
 }  // namespace
 
@@ -53,7 +52,7 @@ ResultMetric::ResultMetric(const Metric* metric, long long value) : ResultMetric
     form_ = FORM_INT64;
     if (!metric->hasMap()) return;
     raw_ = value;
-    value64_ = static_cast<unsigned long long>(static_cast<long long>(metric->findMappedValue(low32(value))));
+    value64_ = static_cast<unsigned long long>(static_cast<long long>(metric->findMappedValue(convert::low32(value))));
     isMapped_ = true;
 }
 
@@ -64,7 +63,7 @@ ResultMetric::ResultMetric(const Metric* metric, unsigned long long value) : Res
     if (!metric->hasMap()) return;
     raw_ = static_cast<long long>(value);
     value64_ = static_cast<unsigned long long>(
-        static_cast<long long>(metric->findMappedValue(low32(static_cast<long long>(value)))));
+        static_cast<long long>(metric->findMappedValue(convert::low32(static_cast<long long>(value)))));
     isMapped_ = true;
 }
 
@@ -73,7 +72,7 @@ ResultMetric::ResultMetric(const Metric* metric, double value) : ResultMetric(me
     form_ = FORM_DOUBLE;
     if (!metric->hasMap()) return;
     raw_ = toInt64(value);
-    valueDouble_ = metric->findMappedValue(low32(raw_));
+    valueDouble_ = metric->findMappedValue(convert::low32(raw_));
     isMapped_ = true;
 }
 

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "collection/SubnodeDirectory.h"
 #include "collection/TestClass.h"
+#include "collection/TestDirectory.h"
 #include "collection/schedule/RefreshThread.h"
 #include "collection/schedule/ThreadPool.h"
 #include "foundation/Clock.h"
@@ -185,28 +185,15 @@ TEST_F(Refresh, ATableHungForAnHourDelaysNeitherTheOthersNorTheStop) {
 }
 
 // Answers with the clones it is given.
-class Directory : public SubnodeDirectory {
+class Directory : public almanac::test::TestDirectory {
   public:
-    Directory() { registerSubnodeDirectory(this); }
-    ~Directory() override { registerSubnodeDirectory(nullptr); }
-    void acquireLock() override { lock_.lock(); }
-    void releaseLock() override { lock_.unlock(); }
-    bool isManagingSubnode(const char*) override { return false; }
-    ClassPin getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return {}; }
-    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
-    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
+    using TestDirectory::getAllSubnodeQueryClasses;
     ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta*) override {
         ClassPins all;
         for (VXClientClass* clone : clones) all.emplace_back(clone);
         return all;
     }
-    ClassPins getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return {}; }
-    void discoveryAttributeGroupWasUpdated(VXClientClass*) override {}
-    void updateDiscoveryAttributeGroupForSubnode(const char*) override {}
     std::vector<VXClientClass*> clones;
-
-  private:
-    std::recursive_mutex lock_;
 };
 
 TEST_F(Refresh, ATemplateIsScheduledAndItsClonesCollect) {

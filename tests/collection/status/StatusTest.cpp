@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "collection/TestClass.h"
+#include "collection/TestDirectory.h"
 #include "collection/status/StatusTables.h"
 #include "host/base/TestClock.h"
 
@@ -87,17 +88,10 @@ TEST(PerfObjectStatus, HasTheColumnsThatTheMetadataNames) {
 }
 
 // Reports on the classes of one subnode.
-class Directory : public SubnodeDirectory {
+class Directory : public almanac::test::TestDirectory {
   public:
-    explicit Directory(VXClientClassList* classes) : classes_(classes) { registerSubnodeDirectory(this); }
-    ~Directory() override { registerSubnodeDirectory(nullptr); }
-    void acquireLock() override {}
-    void releaseLock() override {}
-    bool isManagingSubnode(const char*) override { return false; }
-    ClassPin getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return {}; }
-    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
-    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
-    ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta*) override { return {}; }
+    explicit Directory(VXClientClassList* classes) : classes_(classes) {}
+    using TestDirectory::getAllSubnodeQueryClasses;
     ClassPins getAllSubnodeQueryClasses(const char* appl, const char* key, const char* type) override {
         asked = std::string(appl) + ":" + key + ":" + type;
         ClassPins all;
@@ -106,8 +100,6 @@ class Directory : public SubnodeDirectory {
         }
         return all;
     }
-    void discoveryAttributeGroupWasUpdated(VXClientClass*) override {}
-    void updateDiscoveryAttributeGroupForSubnode(const char*) override {}
     std::string asked;
 
   private:

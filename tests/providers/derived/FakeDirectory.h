@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include "collection/TestDirectory.h"
 #include "providers/derived/SourceTable.h"
 
 namespace almanac::test {
 
-class FakeDirectory : public SubnodeDirectory {
+class FakeDirectory : public TestDirectory {
   public:
-    FakeDirectory() { registerSubnodeDirectory(this); }
     ~FakeDirectory() override {
         registerSubnodeDirectory(nullptr);
         // As the collector of retired classes does: what is pinned waits for the class that pins it.
@@ -34,14 +34,13 @@ class FakeDirectory : public SubnodeDirectory {
 
     void acquireLock() override { ADD_FAILURE() << "the subnode lock was taken"; }
     void releaseLock() override {}
-    bool isManagingSubnode(const char*) override { return false; }
-    ClassPin getSubnodeQueryClass(const char*, const AttributeGroupMeta*) override { return ClassPin(); }
     ClassPin getSubnodeQueryClassByKey(const char* key, const AttributeGroupMeta* meta) override {
         for (const auto& c : clones_) {
             if (c->getAttributeGroupMeta() == meta && std::strcmp(c->getSubnodeKey(), key) == 0) return ClassPin(c.get());
         }
         return ClassPin();
     }
+    using TestDirectory::getAllSubnodeQueryClasses;
     ClassPins getAllSubnodeQueryClasses(const char* attributeGroup) override {
         ClassPins pins;
         for (const auto& c : clones_) {
@@ -49,10 +48,6 @@ class FakeDirectory : public SubnodeDirectory {
         }
         return pins;
     }
-    ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta*) override { return {}; }
-    ClassPins getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return {}; }
-    void discoveryAttributeGroupWasUpdated(VXClientClass*) override {}
-    void updateDiscoveryAttributeGroupForSubnode(const char*) override {}
 
   private:
     std::vector<std::unique_ptr<VXClientClass>> clones_;

@@ -8,6 +8,7 @@
 
 #include "collection/ManagedSystemName.h"
 #include "collection/TestClass.h"
+#include "collection/TestDirectory.h"
 #include "collection/schedule/ThreadPool.h"
 #include "host/framework/Framework.h"
 #include "host/framework/RequestBroker.h"
@@ -307,7 +308,7 @@ TEST(Binding, ShutdownEndsARequestWhoseCollectionElsewhereHangs) {
 }
 
 // Subnodes one, two and three of a group, with a clone of the class each.
-class Directory : public ::SubnodeDirectory {
+class Directory : public almanac::test::TestDirectory {
   public:
     explicit Directory(Table& table) : table_(table) {
         for (const char* key : {"one", "two", "three"}) {
@@ -316,7 +317,6 @@ class Directory : public ::SubnodeDirectory {
             clone->setManagedSystemName(nameOf(key).c_str());
             order_.push_back(clone);
         }
-        registerSubnodeDirectory(this);
     }
     ~Directory() override {
         registerSubnodeDirectory(nullptr);
@@ -326,19 +326,15 @@ class Directory : public ::SubnodeDirectory {
         char name[MANAGED_SYSTEM_NAME_SIZE];
         return generateSubnodeManagedSystemName("APP", key, "SUB", name);
     }
-    void acquireLock() override { mutex_.lock(); }
-    void releaseLock() override { mutex_.unlock(); }
     bool isManagingSubnode(const char* msn) override { return clones.count(msn) > 0; }
     ClassPin getSubnodeQueryClass(const char* msn, const AttributeGroupMeta*) override { return ClassPin(clones.at(msn)); }
-    ClassPin getSubnodeQueryClassByKey(const char*, const AttributeGroupMeta*) override { return {}; }
-    ClassPins getAllSubnodeQueryClasses(const char*) override { return {}; }
+    using TestDirectory::getAllSubnodeQueryClasses;
     ClassPins getAllSubnodeQueryClasses(const AttributeGroupMeta* meta) override {
         ClassPins all;
         if (meta != table_.group.meta) return all;
         for (TestClass* clone : order_) all.emplace_back(clone);
         return all;
     }
-    ClassPins getAllSubnodeQueryClasses(const char*, const char*, const char*) override { return {}; }
     void discoveryAttributeGroupWasUpdated(VXClientClass*) override { ++discoveries; }
     void updateDiscoveryAttributeGroupForSubnode(const char* msn) override { unavailable += msn; }
 
@@ -348,7 +344,6 @@ class Directory : public ::SubnodeDirectory {
 
   private:
     Table& table_;
-    std::recursive_mutex mutex_;
     std::vector<TestClass*> order_;
 };
 
