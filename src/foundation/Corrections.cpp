@@ -12,6 +12,8 @@ namespace {
 constexpr Correction kCorrections[] = {
     {"event-console", "the host is told to answer the event console's calls itself; the working calls come with the log source"},
     {"env-quoting", "a subnode's values in front of a script's command are quoted, so blanks and shell characters in them are harmless"},
+    {"proc-times", "user and system times of a process come from fields 14 to 17 of its stat line, not from the line's end"},
+    {"proc-status", "the lines of a process's status file are found by their names wherever they stand, so memory and threads are there"},
     {nullptr, nullptr},
 };
 constexpr int kCount = static_cast<int>(std::size(kCorrections)) - 1;

@@ -215,6 +215,11 @@ class aghbx {
     // The next subnode the request names: an empty text behind the last one.
     const char* GetSubnode();
     void ResetGetSubnode();
+    // The managed system that a command is sent to; an empty text if the request names none.
+    const char* DestinationNode() const;
+    // Copies the bytes of a column of the request's own data row, `size` at most and without a terminator: their number,
+    // or -1 if there is no such row or column.
+    int GetDataColumn(int row, const char* column, char* out, int size) const;
     int IsException(_IntfOper oper, int number, char* value);
     int IsException(_IntfOper oper, long number, char* value);
     int IsException(_IntfOper oper, const char* text, char* value, int length);
@@ -237,6 +242,11 @@ class aghbx {
 };
 
 // ---- Actions --------------------------------------------------------------------------------------------------
+
+// The table of a request that carries a command for the agent, and of one that carries a command for a subnode. A
+// command that a situation gives comes with the situation's own table.
+#define HBX_ACTION_TABLE "CLACTRMT"
+#define HBX_SUBNODE_ACTION_TABLE "SNACTRMT"
 
 // One command on its way through the agent: what was asked and what came of it. The framework owns it; the agent
 // reports with SetMessage and SetResults and ends with FinishedAutomationCommand of the request it came with.

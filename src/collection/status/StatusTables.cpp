@@ -8,7 +8,7 @@
 #include "foundation/Trace.h"
 #include "runtime/reference/AttributeGroupMeta.h"
 
-const StatusMetric PERF_METRICS[] = {
+const FixedMetric PERF_METRICS[] = {
     {"Query_Name", "ATTRGRP", 1, 100},
     {"Object_Name", "OBJNAME", 1, 100},
     {"Object_Type", "OBJTYPE", 0, 4},
@@ -27,7 +27,7 @@ const StatusMetric PERF_METRICS[] = {
     {nullptr, nullptr, 0, 0},
 };
 
-const StatusMetric TP_METRICS[] = {
+const FixedMetric TP_METRICS[] = {
     {"Thread_Pool_Size", "THPSIZE", 0, 4},
     {"Thread_Pool_Max_Size", "TPMAXSZ", 0, 4},
     {"Thread_Pool_Active_Threads", "TPACTTH", 0, 4},
@@ -131,23 +131,10 @@ StatusTable::StatusTable(const char* productCode, const char* attributeGroup)
 
 StatusTable::StatusTable(const StatusTable* source, const char* subnodeKey) : ResultsManager(source, subnodeKey, true) {}
 
-void StatusTable::addStatusMetrics(const StatusMetric* metrics, AttributeGroupMeta* meta, bool firstIsKey) {
-    for (const StatusMetric* m = metrics; m->name; ++m) {
-        if (!meta || !meta->findAttribute(m->shortName)) continue;
-        auto* metric = new Metric;
-        metric->setQMPVName(m->name);
-        metric->setMetricName(m->name);
-        metric->setRawMetricType(static_cast<RAW_METRIC_TYPE>(m->rawType));
-        metric->setSize(m->size);
-        metric->setIsKey(firstIsKey && getMetricCount() == 0);
-        addMetricObject(metric);
-    }
-}
-
 PerfObjectStatus::PerfObjectStatus(const char* productCode, const char* attributeGroup, VXClientClassList* list,
                                    AttributeGroupMeta* meta)
     : StatusTable(productCode, attributeGroup), list_(list) {
-    addStatusMetrics(PERF_METRICS, meta, true);
+    addFixedMetrics(this, PERF_METRICS, meta, FirstMetric::Key);
 }
 
 PerfObjectStatus::PerfObjectStatus(const PerfObjectStatus* source, const char* subnodeKey, VXClientClassList* list)
@@ -199,7 +186,7 @@ void PerfObjectStatus::internalCollectData(const char*) {
 ThreadPoolStatus::ThreadPoolStatus(const char* productCode, const char* attributeGroup, ThreadPool* pool,
                                    AttributeGroupMeta* meta)
     : StatusTable(productCode, attributeGroup), pool_(pool) {
-    addStatusMetrics(TP_METRICS, meta, false);
+    addFixedMetrics(this, TP_METRICS, meta, FirstMetric::Plain);
 }
 
 void ThreadPoolStatus::printResults() { traceResults(ZTR1_STATE, "Instances and Values for Thread_Pool_Status class"); }

@@ -2,25 +2,18 @@
 // Thread_Pool_Status, one row with the figures of the pool. Neither is ever answered from a cache.
 #pragma once
 
+#include "collection/FixedMetrics.h"
 #include "collection/ResultsManager.h"
 #include "collection/schedule/ThreadPool.h"
 
 class AttributeGroupMeta;
 
-// One possible column: metric name, the attribute's name in the metadata, raw type, size.
-struct StatusMetric {
-    const char* name;
-    const char* shortName;
-    int rawType;
-    int size;
-};
-extern const StatusMetric PERF_METRICS[];  // ended by a null name
-extern const StatusMetric TP_METRICS[];    // ended by a null name
+extern const FixedMetric PERF_METRICS[];  // ended by a null name
+extern const FixedMetric TP_METRICS[];    // ended by a null name
 
 // Local time as CYYMMDDHHMMSS000 and a terminator (17 bytes).
 void formatTimeStamp(long seconds, char* out);
 
-// A table's columns are those of its list that the metadata declares, in the order of the list.
 class StatusTable : public ResultsManager {
   public:
     bool isExpired() override { return true; }
@@ -31,7 +24,6 @@ class StatusTable : public ResultsManager {
   protected:
     StatusTable(const char* productCode, const char* attributeGroup);
     StatusTable(const StatusTable* source, const char* subnodeKey);
-    void addStatusMetrics(const StatusMetric* metrics, AttributeGroupMeta* meta, bool firstIsKey);
 };
 
 class PerfObjectStatus : public StatusTable {

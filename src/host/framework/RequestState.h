@@ -26,6 +26,8 @@ struct RequestSpec {
     std::shared_ptr<const Filter> filter;       // null passes every row
     std::vector<std::string> subnodes;
     std::string situation;
+    std::string destination;  // the managed system that a command is sent to
+    std::string originNode;   // ORIGINNODE of the data row that comes with a command; empty: no row
     std::size_t limit = SIZE_MAX;   // rows of one sample, and of one event delivery
     long intervalMilliseconds = 0;  // of exception and interval samples
     int history = 0;                // as IsHistoryRequest

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "host/base/HostTrace.h"
@@ -180,6 +181,19 @@ const char* aghbx::GetSubnode() {
     if (index < names.size()) return names[index].c_str();
     state_->nextSubnode.store(names.size());
     return "";
+}
+
+const char* aghbx::DestinationNode() const { return state_->spec->destination.c_str(); }
+
+int aghbx::GetDataColumn(int row, const char* column, char* out, int size) const {
+    const RequestSpec& spec = *state_->spec;
+    if (row != 0 || !column || !out || size < 0 || spec.originNode.empty() || std::strcmp(column, "ORIGINNODE") != 0) return -1;
+    // As a row has it: filled with blanks to the column's width.
+    const int width = std::min(size, 32);
+    const std::size_t length = std::min(spec.originNode.size(), static_cast<std::size_t>(width));
+    std::memset(out, ' ', static_cast<std::size_t>(width));
+    std::memcpy(out, spec.originNode.data(), length);
+    return width;
 }
 
 void aghbx::ResetGetSubnode() { state_->nextSubnode.store(0); }

@@ -247,10 +247,10 @@ class Checker {
         }
     }
 
-    void checkStatusGroup(const XmlElement& group, const StatusMetric* metrics) {
+    void checkStatusGroup(const XmlElement& group, const FixedMetric* metrics) {
         checkTimestamp(group);
         std::vector<const char*> names;
-        for (const StatusMetric* m = metrics; m->name; ++m) names.push_back(m->shortName);
+        for (const FixedMetric* m = metrics; m->name; ++m) names.push_back(m->column);
         std::size_t next = 0;
         const auto attrs = attributesOf(group);
         for (std::size_t i = 1; i < attrs.size(); ++i) {

@@ -125,7 +125,7 @@ TEST(PerfObjectStatus, OfASubnodeReportsOnItsOwnClasses) {
 
 TEST(ThreadPoolStatus, ShowsThePoolOrThatThereIsNone) {
     std::vector<Attr> attributes;
-    for (const StatusMetric* m = TP_METRICS; m->name; ++m) attributes.push_back({m->shortName, 0, 4});
+    for (const FixedMetric* m = TP_METRICS; m->name; ++m) attributes.push_back({m->column, 0, 4});
     Group group("TPS", attributes);
     ThreadPool pool(3);
     ThreadPoolStatus with("ZAG", "TPS", &pool, group.meta), without("ZAG", "TPS", nullptr, group.meta);

@@ -1,0 +1,62 @@
+// A task as the reference file declares it: its command, the parameters that a request gives and the command takes in,
+// and what its return codes mean. Read-only once loaded; requests expand it side by side.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "exec/ReturnCodeListElement.h"
+#include "foundation/List.h"
+
+class TaskParameter : public ListElement {
+  public:
+    // Null texts count as missing ones. `quote` "true", "doublequote" or missing: values are put in double quotes.
+    TaskParameter(const char* name, const char* defaultValue, const char* quote, const char* startDelim,
+                  const char* endDelim, const char* overlapDelim);
+
+    const char* getName() const { return name_.c_str(); }
+    const char* getStartDelim() const { return startDelim_.c_str(); }
+    const char* getEndDelim() const { return endDelim_.c_str(); }
+    bool canOverlapPreviousDelim() const { return overlaps_; }
+    const char* getDefaultValue() const { return default_.c_str(); }
+    const char* getQuote() const { return quote_.c_str(); }  // empty where it is missing
+    bool isQuoted() const;
+
+    // The text as it goes into the command: quoted where the parameter is, as it stands otherwise.
+    std::string quoted(std::string_view text) const;
+    // Puts a value (null: the default) at each place of the buffer where the parameter's name stands. A value that holds
+    // the name itself is not expanded again; an empty name has no place.
+    void addParameterToCommandBuffer(std::string* buffer, const std::string* value) const;
+
+  private:
+    std::string name_, startDelim_, endDelim_;
+    bool overlaps_;
+    std::string quote_;
+    std::string default_;
+};
+
+class TaskElement : public ListElement {
+  public:
+    TaskElement(const char* key, const char* command, const char* friendlyName);
+    ~TaskElement() override;
+
+    const char* getTaskName() const { return name_.c_str(); }  // the `key`: what a request begins with
+    const char* getCommand() const { return command_.c_str(); }
+    const char* getFriendlyName() const { return friendlyName_.c_str(); }
+    void addParameter(std::unique_ptr<TaskParameter> parameter);
+    void addReturnCode(std::unique_ptr<ReturnCodeListElement> code);
+    const std::vector<std::unique_ptr<TaskParameter>>& parameters() const { return parameters_; }
+    ListCursor getReturnCodeListCursor() const;
+
+    // The command with the values of the request's parameters in it; nothing, traced, if the request lacks one. A pure
+    // function of the element and the request.
+    std::optional<std::string> getTaskCommand(std::string_view request) const;
+
+  private:
+    std::string name_, command_, friendlyName_;
+    std::vector<std::unique_ptr<TaskParameter>> parameters_;
+    std::vector<std::unique_ptr<ReturnCodeListElement>> codes_;  // chained in the order of the file
+};
