@@ -22,6 +22,28 @@ typedef int (*HBX_CommandCallback)(AghbxAutomationCapsule* capsule);
 int HBX_RegisterAgentLoader(HBX_AgentLoader loader);
 // `pattern` is "*": every command goes to the callback.
 int HBX_RegisterCommandCallback(const char* pattern, HBX_CommandCallback callback);
+
+// How the text of a declared command tells its name: as its first word, in any case; as what stands in front of a blank, a
+// '[' or the end; or as the whole text, in any case.
+enum HBX_CommandForm { HBX_COMMAND_WORD = 0, HBX_COMMAND_BRACKETS = 1, HBX_COMMAND_WHOLE = 2 };
+struct HBX_CommandParameter {
+    const char* name;
+    const char* defaultValue;  // as it is used, quotes included
+};
+struct HBX_CommandInfo {
+    const char* name;
+    HBX_CommandForm form;
+    const char* title;  // one line for people
+    const HBX_CommandParameter* parameters;
+    int parameterCount;
+};
+// Tells of a command that can be asked for by its name; the texts are copied. A later one of the same name changes
+// nothing. 0, or 1 without a name.
+int HBX_DeclareCommand(const HBX_CommandInfo* info);
+// Makes the text of a declared command (form HBX_COMMAND_WORD) from a value for each of its parameters, in their order; a
+// null value stands for the default. A malloc'd text; or null and a malloc'd reason in *why. Called on request threads.
+typedef char* (*HBX_CommandComposer)(const char* name, const char* const* values, int count, char** why);
+void HBX_RegisterCommandComposer(HBX_CommandComposer composer);
 // Declares the product and gives its version back as at most size - 1 bytes and a terminator.
 int HBX_SetVersionUsingProduct(const char* product, char* out, int size);
 int HBX_SetNodeType(const char* nodeType);

@@ -12,7 +12,10 @@
 namespace almanac::host {
 namespace {
 
-using Values = std::map<std::string, std::string, std::less<>>;
+struct Values {
+    std::map<std::string, std::string, std::less<>> environment;
+    bool freeText = false;
+};
 
 struct Store {
     std::mutex mutex;
@@ -26,24 +29,50 @@ Store& store() {
     return *one;
 }
 
-// What the file says; `error` is left empty if nothing is wrong.
-Values readValues(std::string* error) {
-    Values values;
-    const std::string path = hostConfigurationFile();
-    TomlValue root;
-    if (readTomlFile(path, &root, error) != TomlRead::Ok) return values;
-    const TomlValue* const table = root.member("environment");
-    if (!table) return values;
-    if (table->kind != TomlValue::Kind::Table) {
-        *error = path + ": environment is no table";
-        return values;
-    }
-    for (const auto& [name, value] : table->members) {
+bool readEnvironment(const TomlValue& table, const std::string& path, Values* values, std::string* error) {
+    for (const auto& [name, value] : table.members) {
         if (!value.isScalar() || value.text.find('\0') != std::string::npos) {
             *error = path + value.place() + ": environment." + name + " is no text, number or boolean";
+            return false;
+        }
+        values->environment.emplace(name, value.text);
+    }
+    return true;
+}
+
+bool readActions(const TomlValue& table, const std::string& path, Values* values, std::string* error) {
+    for (const auto& [name, value] : table.members) {
+        if (name != "free_text") {
+            *error = path + value.place() + ": actions." + name + " is not known; there is actions.free_text";
+        } else if (value.kind != TomlValue::Kind::Boolean) {
+            *error = path + value.place() + ": actions.free_text is neither true nor false";
+        } else {
+            values->freeText = value.text == "true";
+            continue;
+        }
+        return false;
+    }
+    return true;
+}
+
+// What the file says; `error` is left empty if nothing is wrong.
+Values readValues(std::string* error) {
+    constexpr struct {
+        const char* table;
+        bool (*read)(const TomlValue&, const std::string&, Values*, std::string*);
+    } kTables[] = {{"environment", readEnvironment}, {"actions", readActions}};
+    const std::string path = hostConfigurationFile();
+    TomlValue root;
+    if (readTomlFile(path, &root, error) != TomlRead::Ok) return {};
+    Values values;
+    for (const auto& [name, read] : kTables) {
+        const TomlValue* const table = root.member(name);
+        if (!table) continue;
+        if (table->kind != TomlValue::Kind::Table) {
+            *error = path + ": " + name + " is no table";
             return {};
         }
-        values.emplace(name, value.text);
+        if (!read(*table, path, &values, error)) return {};
     }
     return values;
 }
@@ -55,6 +84,11 @@ bool ensureRead(Store& one) {
     one.kept.push_back(std::make_unique<const Values>(readValues(&one.error)));
     one.values = one.kept.back().get();
     return true;
+}
+
+const Values& valuesNow(Store& one) {
+    if (ensureRead(one) && !one.error.empty()) std::fprintf(stderr, "%s\n", one.error.c_str());
+    return *one.values;
 }
 
 }  // namespace
@@ -75,11 +109,21 @@ const char* hostConfigurationValue(const char* name) {
     try {
         Store& one = store();
         const std::lock_guard<std::mutex> hold(one.mutex);
-        if (ensureRead(one) && !one.error.empty()) std::fprintf(stderr, "%s\n", one.error.c_str());
-        const auto found = one.values->find(name);
-        return found == one.values->end() ? nullptr : found->second.c_str();
+        const auto& environment = valuesNow(one).environment;
+        const auto found = environment.find(name);
+        return found == environment.end() ? nullptr : found->second.c_str();
     } catch (...) {
         return nullptr;
+    }
+}
+
+bool hostConfigurationAllowsFreeText() {
+    try {
+        Store& one = store();
+        const std::lock_guard<std::mutex> hold(one.mutex);
+        return valuesNow(one).freeText;
+    } catch (...) {
+        return false;
     }
 }
 

@@ -18,7 +18,8 @@ struct Framework {
     TableCatalog catalog;
     SubnodeDirectory subnodes;
     RequestBroker broker;
-    ActionBroker actions{broker, agent};
+    CommandCatalog commands;
+    ActionBroker actions{broker, agent, catalog, commands};
     EventFeed events;
 
     // RegisterClass: adds the table, and learns its columns on a request thread if the loader has returned.

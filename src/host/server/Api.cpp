@@ -1,5 +1,6 @@
 #include "host/server/Api.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include "host/framework/AgentCall.h"
@@ -12,6 +13,8 @@ namespace {
 
 constexpr char kRead[] = "GET, HEAD, OPTIONS";
 constexpr char kReadPut[] = "GET, HEAD, PUT, OPTIONS";
+constexpr char kReadPost[] = "GET, HEAD, POST, OPTIONS";
+constexpr char kAll[] = "GET, HEAD, POST, PUT, OPTIONS";
 constexpr std::size_t kMaxEventsAnswered = 1000;
 
 double seconds(std::chrono::nanoseconds time) { return std::chrono::duration<double>(time).count(); }
@@ -28,6 +31,16 @@ ApiResponse jsonResponse(std::string body) {
     response.body = std::move(body);
     response.body += '\n';
     return response;
+}
+
+// The name of a user, or its number.
+std::string userName(long id) {
+    char buffer[4096];
+    passwd entry{};
+    passwd* found = nullptr;
+    if (id >= 0 && getpwuid_r(static_cast<uid_t>(id), &entry, buffer, sizeof buffer, &found) == 0 && found)
+        return found->pw_name;
+    return id >= 0 ? std::to_string(id) : "unknown";
 }
 
 // True if `path` fits the segments of `route`; `name` gets what stands at "{}".
@@ -98,11 +111,13 @@ const Api::Route Api::kRoutes[] = {
     {"/api/v1/status", kRead, &Api::status},   {"/api/v1/nodes", kRead, &Api::nodes},
     {"/api/v1/events", kRead, &Api::events},   {"/api/v1/trace", kReadPut, &Api::trace},
     {"/healthz", kRead, &Api::healthz},        {"/readyz", kRead, &Api::readyz},
+    {"/api/v1/actions", kReadPost, &Api::actions, Right::Actions},
 };
 
 Api::Api(Framework& framework, std::string dataDirectory)
     : framework_(framework),
       dataDirectory_(std::move(dataDirectory)),
+      actionLog_(std::make_shared<ActionLog>(dataDirectory_ + "/actions.log")),
       started_(std::chrono::steady_clock::now()),
       startedWall_(wallMilliseconds()) {}
 
@@ -114,18 +129,30 @@ std::optional<ApiResponse> Api::gate(const ApiRequest& request) const {
     const bool foreign = !request.origin.empty() && request.origin != "http://" + request.host;
     if (foreign || request.fetchSite == "cross-site" || request.fetchSite == "same-site")
         return problem(403, "another origin may not change anything here");
+    return std::nullopt;
+}
+
+std::optional<ApiResponse> Api::authorise(const ApiRequest& request, Right right, std::string* who) const {
+    if (request.local) {
+        *who = userName(request.peer);
+        const bool owner = request.peer == static_cast<long>(geteuid()) || request.peer == 0;
+        if (owner || right != Right::Actions) return std::nullopt;
+        return problem(403, "actions are for the owner of the agent's socket; you are " + *who);
+    }
     constexpr std::string_view kScheme = "Bearer ";
     const std::string& given = request.authorization;
-    if (given.size() > kScheme.size() &&
-        equalsNoCase(std::string_view(given).substr(0, kScheme.size()), kScheme) &&
-        tokenMatches(dataDirectory_, given.substr(kScheme.size())))
-        return std::nullopt;
-    ApiResponse refused =
-        problem(401,
-                "changing anything needs 'Authorization: Bearer' with the token of the data "
-                "directory");
-    refused.headers.emplace_back("WWW-Authenticate", "Bearer");
-    return refused;
+    std::optional<TokenHolder> holder;
+    if (given.size() > kScheme.size() && equalsNoCase(std::string_view(given).substr(0, kScheme.size()), kScheme))
+        holder = tokenHolder(dataDirectory_, given.substr(kScheme.size()));
+    if (!holder) {
+        ApiResponse refused = problem(401, std::string(right == Right::Actions ? "actions need" : "changing anything needs") +
+                                               " 'Authorization: Bearer' with a token of the data directory");
+        refused.headers.emplace_back("WWW-Authenticate", "Bearer");
+        return refused;
+    }
+    *who = holder->name.empty() ? "token" : "token " + holder->name;
+    if (right == Right::Actions ? holder->actions : holder->trace) return std::nullopt;
+    return problem(403, std::string("this token has no right '") + (right == Right::Actions ? "actions'" : "trace'"));
 }
 
 std::optional<ApiDeadline> Api::handle(const ApiRequest& request, Respond respond) {
@@ -141,18 +168,26 @@ std::optional<ApiDeadline> Api::handle(const ApiRequest& request, Respond respon
         respond(std::move(response));
         return std::nullopt;
     };
-    if (target->asterisk && request.method == "OPTIONS") return options(kReadPut);
+    if (target->asterisk && request.method == "OPTIONS") return options(kAll);
     for (const Route& route : kRoutes) {
         std::string name;
         if (!matches(route.path, target->path, &name)) continue;
         if (request.method == "OPTIONS") return options(route.allow);
-        const bool put = request.method == "PUT" && route.allow == kReadPut;
-        if (request.method != "GET" && request.method != "HEAD" && !put) {
+        const bool read = request.method == "GET" || request.method == "HEAD";
+        const bool changes = (request.method == "PUT" && route.allow == kReadPut) ||
+                             (request.method == "POST" && route.allow == kReadPost);
+        if (!read && !changes) {
             ApiResponse wrong = problem(405, request.method + " has no meaning here");
             wrong.headers.emplace_back("Allow", route.allow);
             return respond(std::move(wrong)), std::nullopt;
         }
-        Call call{request, *target, respond};
+        Call call{request, *target, respond, ""};
+        if (changes || route.right == Right::Actions) {
+            if (auto refused = authorise(request, route.right, &call.who)) {
+                if (route.right == Right::Actions) actionLog_->refused(call.who, "no right");
+                return respond(std::move(*refused)), std::nullopt;
+            }
+        }
         return (this->*route.handler)(call, name);
     }
     respond(problem(404, "there is nothing at this path"));

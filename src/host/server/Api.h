@@ -2,10 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "host/framework/Framework.h"
+#include "host/server/ActionLog.h"
 #include "host/server/ApiMessage.h"
 #include "host/server/HttpTarget.h"
 
@@ -24,17 +26,23 @@ class Api {
         const ApiRequest& request;
         const HttpTarget& target;
         Respond& respond;
+        std::string who;  // where a right was needed: who has it
     };
+    enum class Right { Trace, Actions };
     using Handler = std::optional<ApiDeadline> (Api::*)(Call& call, const std::string& name);
     struct Route {
         const char* path;  // segments; "{}" stands for a name
         const char* allow;
         Handler handler;
+        Right right = Right::Trace;  // to change something; Actions to ask, too
     };
     static const Route kRoutes[];
 
-    // An answer if the request may not go on: wrong Host, foreign origin, missing or wrong token.
+    // An answer if the request may not go on: wrong Host, foreign origin.
     std::optional<ApiResponse> gate(const ApiRequest& request) const;
+    // An answer if whoever asks has not the right; else `who` names them.
+    std::optional<ApiResponse> authorise(const ApiRequest& request, Right right, std::string* who) const;
+    std::optional<ApiDeadline> startAction(Call& call);
     std::shared_ptr<TableEntry> tableOrProblem(Call& call, const std::string& name) const;
 
     std::optional<ApiDeadline> agent(Call& call, const std::string& name);
@@ -45,19 +53,29 @@ class Api {
     std::optional<ApiDeadline> nodes(Call& call, const std::string& name);
     std::optional<ApiDeadline> events(Call& call, const std::string& name);
     std::optional<ApiDeadline> trace(Call& call, const std::string& name);
+    std::optional<ApiDeadline> actions(Call& call, const std::string& name);
     std::optional<ApiDeadline> healthz(Call& call, const std::string& name);
     std::optional<ApiDeadline> readyz(Call& call, const std::string& name);
 
     Framework& framework_;
     const std::string dataDirectory_;
+    const std::shared_ptr<ActionLog> actionLog_;
     const std::chrono::steady_clock::time_point started_;
     const std::int64_t startedWall_;  // milliseconds since 1970
 };
 
+// Whose token a request has shown, and what it may do.
+struct TokenHolder {
+    std::string name;  // "" unless the file names it
+    bool trace = false;
+    bool actions = false;
+};
+
 // The API's token file, "<data directory>/token", mode 0600: made at first use with 32 random bytes in
-// hexadecimal. False, with one line in `error`, if it cannot be made.
+// hexadecimal. False, with one line in `error`, if it cannot be made. Its lines are tokens of at least 16 bytes,
+// each perhaps with name=WHO and the rights it is limited to ("trace", "actions") behind, parted by blanks.
 bool prepareToken(const std::string& dataDirectory, std::string* error);
-// Compares in constant time. False if there is no token, or others may read it.
-bool tokenMatches(const std::string& dataDirectory, const std::string& presented);
+// The holder of a token, compared in constant time. Nothing if there is no such token, or others may read the file.
+std::optional<TokenHolder> tokenHolder(const std::string& dataDirectory, const std::string& presented);
 
 }  // namespace almanac::host

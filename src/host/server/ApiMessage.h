@@ -21,6 +21,7 @@ struct ApiRequest {
     std::string origin;
     std::string fetchSite;  // Sec-Fetch-Site
     bool local = true;      // over the unix socket; its owner may do everything
+    long peer = -1;         // of a local one: the user ID at the other end, -1 if it is not known
 };
 
 struct ApiResponse {

@@ -94,6 +94,10 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
           socket_(std::move(socket)),
           timer_(server_->io.get_executor()),
           local_(local) {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        if (local_ && getsockopt(socket_.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)
+            peer_ = static_cast<long>(peer.uid);
         server_->sessions.insert(this);
         server_->count.store(server_->sessions.size());
     }
@@ -189,6 +193,7 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
         request.origin = field(http::field::origin);
         request.fetchSite = std::string(message["Sec-Fetch-Site"]);
         request.local = local_;
+        request.peer = peer_;
         parser_.reset();
         hand(request);
     }
@@ -290,6 +295,7 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     Socket socket_;
     Timer timer_;
     const bool local_;
+    long peer_ = -1;
     boost::beast::flat_buffer buffer_{96 * 1024};
     std::optional<RequestParser> parser_;
     std::shared_ptr<Session> waiting_;  // holds itself while the answer is being made elsewhere

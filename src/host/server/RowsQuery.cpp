@@ -16,6 +16,8 @@ bool readLimit(const std::string& text, std::size_t* out) {
     return true;
 }
 
+}  // namespace
+
 bool readDeadline(std::string_view text, std::chrono::milliseconds* out) {
     double factor = 1000;
     if (text.ends_with("ms")) {
@@ -33,8 +35,6 @@ bool readDeadline(std::string_view text, std::chrono::milliseconds* out) {
     *out = std::chrono::milliseconds(static_cast<long long>(value));
     return true;
 }
-
-}  // namespace
 
 std::vector<std::string> splitList(std::string_view text) {
     std::vector<std::string> items;

@@ -30,6 +30,9 @@ struct RowsQuery {
 std::optional<RowsQuery> parseRowsQuery(const HttpTarget& target, std::string_view accept,
                                         const TableLayout& layout, ApiResponse* wrong);
 
+// A time of 1 ms to 1 h: seconds, or with "ms" or "s" behind. False for anything else.
+bool readDeadline(std::string_view text, std::chrono::milliseconds* out);
+
 // What stands between commas; empty items are left out.
 std::vector<std::string> splitList(std::string_view text);
 

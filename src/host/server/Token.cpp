@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 
 #include "host/server/Api.h"
 
@@ -24,20 +25,40 @@ bool equalInConstantTime(const std::string& a, const std::string& b) {
     return difference == 0;
 }
 
-// The first line of a token file that is the owner's alone; "" for anything else.
-std::string readToken(const std::string& dataDirectory) {
+constexpr std::size_t kMaxFile = 16384;
+constexpr std::size_t kShortest = 16;
+
+// A token file that is the owner's alone; "" for anything else.
+std::string readTokens(const std::string& dataDirectory) {
     const int fd = open(tokenPath(dataDirectory).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0) return "";
-    char text[257];
+    std::string text(kMaxFile + 1, '\0');
     struct stat status {};
     ssize_t length = -1;
     if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 077) == 0 &&
         status.st_uid == geteuid())
-        length = read(fd, text, sizeof text);
+        length = read(fd, text.data(), text.size());
     close(fd);
-    if (length < 0 || length == static_cast<ssize_t>(sizeof text)) return "";
-    std::string token(text, static_cast<std::size_t>(length));
-    return token.substr(0, token.find_first_of("\r\n"));
+    if (length < 0 || static_cast<std::size_t>(length) > kMaxFile) return "";
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+// One line: the token, then perhaps name=WHO and rights. Without any right all of them; an unknown word gives none.
+TokenHolder holderOf(std::istringstream& words) {
+    TokenHolder holder;
+    bool limited = false;
+    for (std::string word; words >> word;) {
+        if (word.starts_with("name=")) {
+            holder.name = word.substr(5);
+            continue;
+        }
+        limited = true;
+        holder.trace = holder.trace || word == "trace";
+        holder.actions = holder.actions || word == "actions";
+    }
+    if (!limited) holder.trace = holder.actions = true;
+    return holder;
 }
 
 }  // namespace
@@ -65,9 +86,16 @@ bool prepareToken(const std::string& dataDirectory, std::string* error) {
     return good;
 }
 
-bool tokenMatches(const std::string& dataDirectory, const std::string& presented) {
-    const std::string token = readToken(dataDirectory);
-    return token.size() >= 16 && equalInConstantTime(token, presented);
+std::optional<TokenHolder> tokenHolder(const std::string& dataDirectory, const std::string& presented) {
+    std::istringstream lines(readTokens(dataDirectory));
+    std::optional<TokenHolder> found;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string token;
+        words >> token;
+        if (token.size() >= kShortest && equalInConstantTime(token, presented) && !found) found = holderOf(words);
+    }
+    return found;
 }
 
 }  // namespace almanac::host

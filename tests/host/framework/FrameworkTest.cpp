@@ -167,7 +167,9 @@ class Actions : public testing::Test {
     }
     RequestBroker broker;
     AgentInfo agent;
-    ActionBroker actions{broker, agent};
+    TableCatalog catalog;
+    CommandCatalog commands;
+    ActionBroker actions{broker, agent, catalog, commands};
 };
 
 TEST_F(Actions, RunThroughTheCallbackAndReport) {
@@ -175,10 +177,48 @@ TEST_F(Actions, RunThroughTheCallbackAndReport) {
     EXPECT_EQ(result.status, SampleStatus::Ok);
     EXPECT_EQ(result.returnCode, 4);
     EXPECT_EQ(result.message, "DO IT/root/DISK/AA:one:TT");
-    EXPECT_EQ(run({"X", "", "", "", ""}).get().message, "X/-//");
+    EXPECT_EQ(run({"X", "", "", "", ""}).get().message, "X/-/CLACTRMT/");
     EXPECT_EQ(run({"throw", "", "", "", ""}).get().status, SampleStatus::Failed);
     agent.setCallback(nullptr);
     EXPECT_EQ(actions.run({}, nullptr), SampleStatus::NotReady);
+}
+
+char* composeCommand(const char* name, const char* const* values, int count, char** why) {
+    if (count != 2 || !values[0]) {
+        *why = strdup("the first value is missing");
+        return nullptr;
+    }
+    return strdup((std::string(name) + " (" + values[0] + ")(" + (values[1] ? values[1] : "") + ")").c_str());
+}
+
+TEST_F(Actions, MakeTheTextOfADeclaredCommandThroughTheAgent) {
+    commands.setComposer(composeCommand);
+    ActionQuery query{"", "root", "", "", ""};
+    query.task = "restart";
+    query.values = {"a b", std::nullopt};
+    const ActionResult done = run(query).get();
+    EXPECT_EQ(done.command, "restart (a b)()");
+    EXPECT_EQ(done.message, "restart (a b)()/root/CLACTRMT/");
+    query.subnode = "AA:one:TT";
+    EXPECT_EQ(run(query).get().message, "restart (a b)()/root/SNACTRMT/AA:one:TT");
+    query.values = {std::nullopt, "x"};
+    const ActionResult refused = run(query).get();
+    EXPECT_EQ(refused.status, SampleStatus::Failed);
+    EXPECT_EQ(refused.refusal, "the first value is missing");
+}
+
+TEST(Commands, AreKnownByTheirForm) {
+    CommandCatalog commands;
+    EXPECT_TRUE(commands.declare({"restart", HBX_COMMAND_WORD, "", {}}));
+    EXPECT_FALSE(commands.declare({"RESTART", HBX_COMMAND_WORD, "", {}}));
+    EXPECT_TRUE(commands.declare({"ADD", HBX_COMMAND_BRACKETS, "", {}}));
+    EXPECT_TRUE(commands.declare({"STOP", HBX_COMMAND_WHOLE, "", {}}));
+    for (const char* text : {"restart", "Restart now", "ADD", "ADD[x]", "ADD x", "stop"}) EXPECT_TRUE(commands.declares(text)) << text;
+    for (const char* text : {"restarted", "restart;x", " restart", "add[x]", "ADDED", "stop now", "", "rm"}) {
+        EXPECT_FALSE(commands.declares(text)) << text;
+    }
+    EXPECT_EQ(commands.nearest("restrat"), "restart");
+    EXPECT_EQ(commands.find("Add")->name, "ADD");
 }
 
 TEST_F(Actions, MayBeFinishedLaterOnAnotherThread) {

@@ -317,7 +317,7 @@ TEST_F(Server, OverTcpAChangeNeedsTheTokenAndTheRightHost) {
     std::ifstream(directory_.path() + "/token") >> token;
     EXPECT_EQ(token.size(), 64u);
     ASSERT_TRUE(prepareToken(directory_.path(), &error));  // kept at the second start
-    EXPECT_TRUE(tokenMatches(directory_.path(), token));
+    EXPECT_TRUE(tokenHolder(directory_.path(), token));
 
     const std::string right = "Authorization: Bearer " + token + "\r\n";
     EXPECT_EQ(put(host, right).status, 200);

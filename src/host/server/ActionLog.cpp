@@ -1,0 +1,88 @@
+#include "host/server/ActionLog.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "host/base/HostTrace.h"
+#include "host/base/Secrets.h"
+#include "host/framework/ActionBroker.h"
+#include "host/model/Json.h"
+#include "platform/zsb.h"
+
+namespace almanac::host {
+namespace {
+
+long long wallMilliseconds() {
+    timespec now{};
+    ZSV1_GetTime(&now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+JsonWriter& begin(JsonWriter& json, const char* event) {
+    return json.beginObject().key("time_ms").value(wallMilliseconds()).key("event").value(event);
+}
+
+}  // namespace
+
+long long ActionLog::asked(const ActionQuery& query) {
+    long long number = 0;
+    {
+        const std::lock_guard guard(mutex_);
+        number = ++last_;
+    }
+    std::string line;
+    JsonWriter json(&line);
+    begin(json, "asked").key("number").value(number).key("who").value(query.user).key("node").value(query.subnode);
+    if (query.task.empty()) {
+        json.key("command").value(query.command);
+    } else {
+        json.key("task").value(query.task).key("values").beginArray();
+        for (const auto& value : query.values) {
+            if (value)
+                json.value(*value);
+            else
+                json.null();
+        }
+        json.endArray();
+    }
+    json.endObject();
+    append(line);
+    return number;
+}
+
+void ActionLog::finished(long long number, const ActionResult& result) {
+    std::string line;
+    JsonWriter json(&line);
+    const bool done = result.status == SampleStatus::Ok;
+    begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(result.command);
+    if (done) json.key("return_code").value(result.returnCode);
+    json.key("message").value(done ? result.message : result.refusal);
+    json.key("duration_s").value(std::chrono::duration<double>(result.duration).count()).endObject();
+    append(line);
+}
+
+void ActionLog::refused(const std::string& who, const std::string& why, const std::string& command) {
+    std::string line;
+    JsonWriter json(&line);
+    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(command).endObject();
+    append(line);
+}
+
+void ActionLog::append(const std::string& line) {
+    HOST_TRACE_FUNCTION();
+    const std::string text = (longestSecret() > 0 ? maskSecrets(line, line.size()) : line) + '\n';
+    const std::lock_guard guard(mutex_);
+    struct stat status {};
+    if (stat(path_.c_str(), &status) == 0 && status.st_size >= kMaxBytes) std::rename(path_.c_str(), (path_ + ".1").c_str());
+    const int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    const bool good = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (!good) host_trace_error("%s: %s; this line is lost: %s", path_.c_str(), std::strerror(errno), line.c_str());
+    if (fd >= 0) close(fd);
+}
+
+}  // namespace almanac::host
