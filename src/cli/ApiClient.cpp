@@ -24,6 +24,15 @@ struct ListEnd {
 }  // namespace
 
 ApiAnswer ApiClient::call(const std::string& target, const std::string& accept, const std::string* body, int seconds) const {
+    return send("PUT", target, accept, body, seconds);
+}
+
+ApiAnswer ApiClient::post(const std::string& target, const std::string& body, int seconds) const {
+    return send("POST", target, "application/json", &body, seconds);
+}
+
+ApiAnswer ApiClient::send(const char* method, const std::string& target, const std::string& accept, const std::string* body,
+                          int seconds) const {
     ApiAnswer answer;
     const std::unique_ptr<CURL, CurlEnd> curl(curl_easy_init());
     if (!curl) {
@@ -43,7 +52,7 @@ ApiAnswer ApiClient::call(const std::string& target, const std::string& accept, 
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, collect);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer.body);
     if (body) {
-        curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, "PUT");
+        curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method);
         curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body->c_str());
         curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body->size()));
     }

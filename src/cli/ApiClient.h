@@ -20,12 +20,16 @@ class ApiClient {
 
     // `target` is path and query, already percent-encoded. `body` null: GET, else PUT of JSON.
     ApiAnswer call(const std::string& target, const std::string& accept, const std::string* body, int seconds = 60) const;
+    // POST of JSON; waits so many seconds for the answer.
+    ApiAnswer post(const std::string& target, const std::string& body, int seconds) const;
     const std::string& socketPath() const { return socket_; }
 
     // Everything but letters, digits and -._~ as %XX (RFC 3986, section 2).
     static std::string encode(const std::string& text);
 
   private:
+    ApiAnswer send(const char* method, const std::string& target, const std::string& accept, const std::string* body, int seconds) const;
+
     std::string socket_;
 };
 

@@ -51,6 +51,18 @@ int showTable(const ShowOptions& options);
 int listTables(const std::string& output);
 int listNodes(const std::string& output);
 int showStatus(const std::string& output);
+
+struct ActOptions {
+    std::string task;                     // the name of a declared action
+    std::vector<std::string> parameters;  // NAME=VALUE
+    std::string command;                  // or the text of a command
+    std::string node;                     // the managed system it is for; empty: the agent itself
+    std::string deadline;                 // "30s"; empty: a minute
+    std::string output = "lines";         // lines, table or json
+};
+// 0 if the action's return code is 0.
+int runAction(const ActOptions& options);
+int listActions(const std::string& output);
 int traceCommand(const std::string& spec);
 // Reads the value from standard input (without echo from a terminal), writes the encrypted text.
 int encryptValue();

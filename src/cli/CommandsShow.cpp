@@ -3,16 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "cli/ApiClient.h"
+#include "cli/Answers.h"
 #include "cli/Commands.h"
 #include "cli/TextTable.h"
 #include "host/base/Paths.h"
@@ -21,31 +19,12 @@ namespace almanac::cli {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-constexpr char kJson[] = "application/json";
 constexpr const char* kErrorCodes[] = {
 #define PERF_OBJECT_CODE(name) #name,
 #include "platform/perf_object_codes.inc"
 #undef PERF_OBJECT_CODE
 };
 constexpr long kErrorCodeCount = static_cast<long>(sizeof kErrorCodes / sizeof kErrorCodes[0]);
-
-// Exit status for an answer that is not what was asked for.
-int refused(const ApiAnswer& answer) {
-    complain(problemText(answer));
-    return answer.reached && answer.status == 400 ? kUsage : kFailed;
-}
-
-// `decimals`: of a column that shows them, so that 0.5 and 12.25 stand as 0.50 and 12.25.
-std::string cellText(const Json& value, int decimals = 0) {
-    if (value.is_string()) return value.get<std::string>();
-    if (value.is_null()) return "";
-    if (decimals <= 0 || !value.is_number()) return value.dump();
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value.get<double>());
-    return text;
-}
 
 bool isNumeric(const Json& column) { return column.value("type", "text") != "text"; }
 
@@ -69,16 +48,6 @@ std::string readableMilliseconds(long long milliseconds) {
 
 // A text column of the time stamp's length; its values are shown readable where they are time stamps.
 bool isTimestampColumn(const Json& column) { return !isNumeric(column) && column.value("length", 0) == 16; }
-
-// To standard output; kFailed, with one line, if it takes no more.
-int write(const std::string& text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kDone;
-    complain(std::string("standard output: ") + std::strerror(errno));
-    return kFailed;
-}
-
-// An answer as it came, ended by a line feed.
-int writeAnswer(const std::string& body) { return write(body.empty() || body.back() != '\n' ? body + "\n" : body); }
 
 std::string rowsTarget(const ShowOptions& o) {
     std::string target = "/api/v1/tables/" + ApiClient::encode(o.table) + "/rows";
@@ -160,7 +129,7 @@ int showAsText(const ApiClient& api, const ShowOptions& o) {
     }
     const std::string line = captioned ? caption(layout, rows) : "";
     if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
-    if (write(table.text(useColour())) != kDone) return kFailed;
+    if (writeOut(table.text(useColour())) != kDone) return kFailed;
     if (document.value("truncated", false)) {
         std::fprintf(stderr, "more rows were left out (%s)\n", o.limit > 0 ? "--limit" : "an answer holds no more");
     }
@@ -260,7 +229,7 @@ int showTable(const ShowOptions& o) {
         return kUsage;
     }
     for (;;) {
-        if (isatty(STDOUT_FILENO)) write("\033[H\033[2J");
+        if (isatty(STDOUT_FILENO)) writeOut("\033[H\033[2J");
         const int status = showOnce(api, o);
         if (status != kDone) return status;
         timespec pause = {period / 1000, (period % 1000) * 1000000};
@@ -283,7 +252,7 @@ int listTables(const std::string& output) {
     for (const Json& t : document["tables"]) {
         table.addRow({cellText(t["name"]), cellText(t["columns"]), cellText(t.value("last_rows", Json()))});
     }
-    return write(table.text(useColour()));
+    return writeOut(table.text(useColour()));
 }
 
 int listNodes(const std::string& output) {
@@ -303,7 +272,7 @@ int listNodes(const std::string& output) {
         table.addRow({cellText(node["name"]), cellText(node["type"]), cellText(node["application"]), cellText(node["version"]),
                       cellText(node["affinity"]), since, cellText(node["state"])});
     }
-    return write(table.text(useColour()));
+    return writeOut(table.text(useColour()));
 }
 
 int showStatus(const std::string& output) {
@@ -329,7 +298,7 @@ int showStatus(const std::string& output) {
         const auto row = perf.find(cellText(t["name"]));
         table.addRow(statusRow(t, row == perf.end() ? nullptr : &row->second));
     }
-    if (write(table.text(useColour())) != kDone) return kFailed;
+    if (writeOut(table.text(useColour())) != kDone) return kFailed;
     if (perf.empty()) {
         std::fprintf(stderr, "The reference file declares no Performance_Object_Status group, so states are not known.\n");
     }
@@ -342,7 +311,7 @@ int traceCommand(const std::string& spec) {
     const ApiAnswer answer = api.call("/api/v1/trace", kJson, spec.empty() ? nullptr : &body);
     if (answer.status != 200) return refused(answer);
     const Json document = Json::parse(answer.body, nullptr, false);
-    return write((document.is_object() && document.contains("spec") ? cellText(document["spec"]) : answer.body) + "\n");
+    return writeOut((document.is_object() && document.contains("spec") ? cellText(document["spec"]) : answer.body) + "\n");
 }
 
 }  // namespace almanac::cli

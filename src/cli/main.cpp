@@ -82,6 +82,18 @@ void addShow(CLI::App& app, ShowOptions& o, int& status) {
     show->callback([&] { status = showTable(o); });
 }
 
+void addAct(CLI::App& app, ActOptions& o, int& status) {
+    CLI::App* act = app.add_subcommand("act", "Run an action of the agent and show the lines it writes");
+    act->add_option("ACTION", o.task, "The action's name, in any case; almanac actions lists them");
+    act->add_option("PARAMETER", o.parameters, "NAME=VALUE for each parameter that is not to have its default");
+    act->add_option("-c,--command", o.command, "The text of a command instead");
+    act->add_option("-n,--node", o.node, "The managed system that the action is for (default: the agent's own)");
+    act->add_option("--deadline", o.deadline, "How long to wait for it (default: 60s)");
+    act->add_option("-o,--output", o.output, "lines, table (its rows in the table of actions) or json")
+        ->check(CLI::IsMember({"lines", "table", "json"}));
+    act->callback([&] { status = runAction(o); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,6 +110,7 @@ int main(int argc, char** argv) {
     RunOptions run;
     EvalOptions eval;
     ShowOptions show;
+    ActOptions act;
     std::string file;
     std::string output = "table";
     std::string spec;
@@ -116,6 +129,10 @@ int main(int argc, char** argv) {
     nodes->callback([&] { status = listNodes(output); });
     addEval(app, eval, status);
     addShow(app, show, status);
+    addAct(app, act, status);
+    CLI::App* actions = app.add_subcommand("actions", "List the actions and their parameters");
+    outputOption(actions);
+    actions->callback([&] { status = listActions(output); });
     CLI::App* state = app.add_subcommand("status", "How each table is doing");
     outputOption(state);
     state->callback([&] { status = showStatus(output); });
