@@ -105,6 +105,23 @@ std::optional<ApiResponse> strayParameter(const HttpTarget& target,
 
 }  // namespace
 
+ApiResponse refusal(SampleStatus status, const char* what) {
+    switch (status) {
+        case SampleStatus::Busy: {
+            ApiResponse busy = problem(503, std::string("too many others wait before this ") + what + "; try again");
+            busy.headers.emplace_back("Retry-After", "1");
+            return busy;
+        }
+        case SampleStatus::NotReady:
+            return problem(503, std::string("the agent is not ready for this ") + what);
+        case SampleStatus::Stopping:
+        case SampleStatus::Abandoned:
+            return problem(503, "the agent shuts down");
+        default:
+            return problem(500, std::string("the agent failed this ") + what);
+    }
+}
+
 const Api::Route Api::kRoutes[] = {
     {"/api/v1/agent", kRead, &Api::agent},     {"/api/v1/tables", kRead, &Api::tables},
     {"/api/v1/tables/{}", kRead, &Api::table}, {"/api/v1/tables/{}/rows", kRead, &Api::rows},

@@ -64,6 +64,9 @@ class Api {
     const std::int64_t startedWall_;  // milliseconds since 1970
 };
 
+// The answer for what the broker did not bring back; `what` is "request" or "action".
+ApiResponse refusal(SampleStatus status, const char* what);
+
 // Whose token a request has shown, and what it may do.
 struct TokenHolder {
     std::string name;  // "" unless the file names it

@@ -129,26 +129,9 @@ Asked readBody(const std::string& text, const Framework& framework) {
     return asked;
 }
 
-ApiResponse refusalOf(SampleStatus status) {
-    switch (status) {
-        case SampleStatus::Busy: {
-            ApiResponse busy = problem(503, "too many actions or requests wait; try again");
-            busy.headers.emplace_back("Retry-After", "1");
-            return busy;
-        }
-        case SampleStatus::NotReady:
-            return problem(503, "the agent is being loaded");
-        case SampleStatus::Stopping:
-        case SampleStatus::Abandoned:
-            return problem(503, "the agent shuts down");
-        default:
-            return problem(500, "the agent failed this action");
-    }
-}
-
 ApiResponse answerOf(const ActionResult& result, const std::string& node) {
     if (!result.refusal.empty()) return problem(400, result.refusal);
-    if (result.status != SampleStatus::Ok) return refusalOf(result.status);
+    if (result.status != SampleStatus::Ok) return refusal(result.status, "action");
     ApiResponse response;
     response.contentType = "application/json";
     JsonWriter json(&response.body);
@@ -224,7 +207,7 @@ std::optional<ApiDeadline> Api::startAction(Call& call) {
         never.status = status;
         never.refusal = "not taken";
         actionLog_->finished(number, never);
-        return call.respond(refusalOf(status)), std::nullopt;
+        return call.respond(refusal(status, "action")), std::nullopt;
     }
     return ApiDeadline{asked.deadline, [] {
                            return problem(504, "the action has not ended within the deadline; it goes on, and its outcome "

@@ -58,25 +58,8 @@ bool areOwnRows(const Batch& rows, const std::string& own) {
     return text.substr(0, text.find_last_not_of(' ') + 1) == own;
 }
 
-ApiResponse refusal(SampleStatus status) {
-    ApiResponse response;
-    switch (status) {
-        case SampleStatus::Busy:
-            response = problem(503, "too many requests wait for this table or for all; try again");
-            response.headers.emplace_back("Retry-After", "1");
-            return response;
-        case SampleStatus::NotReady:
-            return problem(503, "the columns of this table are not known");
-        case SampleStatus::Stopping:
-        case SampleStatus::Abandoned:
-            return problem(503, "the agent shuts down");
-        default:
-            return problem(500, "the agent failed this request");
-    }
-}
-
 ApiResponse answer(const RowsQuery& query, const TableEntry& entry, const SampleResult& result) {
-    if (result.status != SampleStatus::Ok) return refusal(result.status);
+    if (result.status != SampleStatus::Ok) return refusal(result.status, "request");
     ApiResponse response;
     response.contentType = mediaType(query.format);
     const Batch& rows = result.rows;
@@ -104,7 +87,7 @@ std::optional<ApiDeadline> Api::rows(Call& call, const std::string& name) {
     const auto entry = tableOrProblem(call, name);
     if (!entry) return std::nullopt;
     const auto layout = entry->layout();
-    if (!layout) return call.respond(refusal(SampleStatus::NotReady)), std::nullopt;
+    if (!layout) return call.respond(refusal(SampleStatus::NotReady, "request")), std::nullopt;
     ApiResponse wrong;
     std::optional<RowsQuery> query = parseRowsQuery(call.target, call.request.accept, *layout, &wrong);
     if (!query) return call.respond(std::move(wrong)), std::nullopt;
@@ -135,7 +118,7 @@ std::optional<ApiDeadline> Api::rows(Call& call, const std::string& name) {
         respond(std::move(response));
     };
     const SampleStatus status = framework_.broker.sample(sample, std::move(done), &ticket);
-    if (status != SampleStatus::Ok) return call.respond(refusal(status)), std::nullopt;
+    if (status != SampleStatus::Ok) return call.respond(refusal(status, "request")), std::nullopt;
     host_trace_detail("table %s: rows asked for", entry->name().c_str());
     return ApiDeadline{query->deadline, [entry, ticket] {
                            ticket->abandon();
