@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <string>
 
 #include "config/ConfigMap.h"
@@ -27,30 +28,45 @@ void add(ApplicationPingListElement& test, const char* rc, const char* type, con
     test.addReturnCode(code);
 }
 
-// Waits until every child of the process has ended and been reaped, for ten seconds at most. Reaps none itself.
-bool allChildrenAreGone() {
-    siginfo_t info;
+// Asks again for ten seconds at most.
+template <class Condition>
+bool becomesTrue(Condition condition) {
     for (int i = 0; i < 1000; ++i) {
-        if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD) return true;
+        if (condition()) return true;
         usleep(10000);
     }
     return false;
 }
 
-// A test that leaves a line for each start, and ends, with exit code 0, when its gate is there.
+// Whether every child of the process has ended and been reaped. Reaps none itself.
+bool noChildIsLeft() {
+    siginfo_t info;
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
+}
+
+// A command that ends, with exit code 0, when the folder has a gate, or is gone.
+std::string untilGate(const Scratch& scratch) {
+    return "while test -d '" + scratch.path() + "' && ! test -e '" + scratch.path("gate") + "'; do sleep 0.02; done";
+}
+
+// A test that leaves a line for each start, and ends when its gate is there.
 class Gated {
   public:
-    Gated()
-        : test("Gated", ("echo >>'" + scratch.path("starts") + "'; until test -e '" + scratch.path("gate") +
-                         "'; do sleep 0.02; done").c_str()) {
-        add(test, "0", "OK", "fine");
+    Gated() : test(new ApplicationPingListElement("Gated", ("echo >>'" + scratch.path("starts") + "'; " + untilGate(scratch)).c_str())) {
+        add(*test, "0", "OK", "fine");
+        test->setTimeout(0);
     }
-    ~Gated() { open(); }
-    void open() { writeFile(scratch.path("gate"), ""); }
-    std::size_t starts() const { return readFile(scratch.path("starts")).size(); }
+    bool startsBecome(std::size_t count) const {
+        return becomesTrue([&] { return readFile(scratch.path("starts")).size() == count; });
+    }
+    // Lets all commands end; they have once this gives true.
+    bool open() {
+        writeFile(scratch.path("gate"), "");
+        return becomesTrue(noChildIsLeft);
+    }
 
     Scratch scratch;
-    ApplicationPingListElement test;
+    std::unique_ptr<ApplicationPingListElement> test;
 };
 
 }  // namespace
@@ -121,49 +137,39 @@ TEST(ApplicationPing, TimeoutSetting) {
     EXPECT_EQ(ApplicationPingListElement("C", "true").getTimeout(), 30) << "unset";
 }
 
-TEST(ApplicationPing, ATestThatEndsLaterLeavesTheListAndTheNextRunIsANewCommand) {
+TEST(ApplicationPing, ATestThatEndsLaterDoesNotStandInTheWayOfTheNext) {
     Gated gated;
-    gated.test.setTimeout(0);
-    EXPECT_EQ(gated.test.isApplicationAvailable(), 2);
-    EXPECT_EQ(gated.test.getLastReturnCode(), RC_TIMED_OUT);
-    EXPECT_STREQ(gated.test.getLastMessage(), kUnexpected);
-    gated.open();
-    EXPECT_TRUE(allChildrenAreGone());
-    gated.test.setTimeout(20);
-    EXPECT_EQ(gated.test.isApplicationAvailable(), 1);
-    EXPECT_EQ(gated.starts(), 2u);
-    EXPECT_STREQ(gated.test.getLastMessage(), "fine");
+    EXPECT_EQ(gated.test->isApplicationAvailable(), 2);
+    EXPECT_EQ(gated.test->getLastReturnCode(), RC_TIMED_OUT);
+    EXPECT_STREQ(gated.test->getLastMessage(), kUnexpected);
+    EXPECT_TRUE(gated.startsBecome(1));
+    EXPECT_TRUE(gated.open());
+    gated.test->setTimeout(20);
+    EXPECT_EQ(gated.test->isApplicationAvailable(), 1);
+    EXPECT_TRUE(gated.startsBecome(2));
+    EXPECT_STREQ(gated.test->getLastMessage(), "fine");
 }
 
 TEST(ApplicationPing, TenOutstandingTestsStopTheEleventh) {
     Gated gated;
-    gated.test.setTimeout(0);
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(gated.test.isApplicationAvailable(), 2);
-    gated.test.setTimeout(20);
-    EXPECT_EQ(gated.test.isApplicationAvailable(), 2) << "at once, and without a command";
-    EXPECT_EQ(gated.test.getLastReturnCode(), RC_TIMED_OUT) << "as before";
-    gated.open();
-    EXPECT_TRUE(allChildrenAreGone());
-    EXPECT_EQ(gated.starts(), 10u);
-    int available = 2;
-    for (int i = 0; i < 500 && available == 2; ++i) {  // the last worker may still be on its way out
-        available = gated.test.isApplicationAvailable();
-        if (available == 2) usleep(10000);
-    }
-    EXPECT_EQ(available, 1) << "tests resume once commands have ended";
-    EXPECT_EQ(gated.starts(), 11u);
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(gated.test->isApplicationAvailable(), 2);
+    gated.test->setTimeout(20);
+    EXPECT_EQ(gated.test->isApplicationAvailable(), 2) << "at once, and without a command";
+    EXPECT_EQ(gated.test->getLastReturnCode(), RC_TIMED_OUT) << "as before";
+    EXPECT_TRUE(gated.startsBecome(10));
+    EXPECT_TRUE(gated.open());
+    // A worker may still be on its way out when its child is gone.
+    EXPECT_TRUE(becomesTrue([&] { return gated.test->isApplicationAvailable() == 1; })) << "tests resume once commands have ended";
+    EXPECT_TRUE(gated.startsBecome(11));
 }
 
 TEST(ApplicationPing, DestroyedWithRunningTests) {
-    Scratch scratch;
-    {
-        ApplicationPingListElement test("C", ("until test -e '" + scratch.path("gate") + "'; do sleep 0.02; done").c_str());
-        test.setTimeout(0);
-        test.isApplicationAvailable();
-        test.isApplicationAvailable();
-    }
-    writeFile(scratch.path("gate"), "");
-    EXPECT_TRUE(allChildrenAreGone()) << "the workers left behind reap their children";
+    Gated gated;
+    gated.test->isApplicationAvailable();
+    gated.test->isApplicationAvailable();
+    EXPECT_TRUE(gated.startsBecome(2));
+    gated.test.reset();
+    EXPECT_TRUE(gated.open()) << "the workers left behind reap their children";
 }
 
 TEST(ApplicationPing, OnlyPathsOfTheAgentAreSubstituted) {
