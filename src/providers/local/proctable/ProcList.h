@@ -6,9 +6,11 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "foundation/List.h"
+#include "providers/local/proctable/FileDescriptor.h"
+#include "providers/local/proctable/MappedBlocks.h"
+
+class ProcReader;
 
 // One process. The texts may lack a terminator where their width is used up.
 struct procstat {
@@ -104,13 +106,31 @@ class ProcList {
     ProcList& operator=(const ProcList&) = delete;
     ~ProcList();
 
-    unsigned long getSecondsSinceBoot() const;
-    void resetCursor();
+    // Whole seconds; 0 if `uptime` did not read.
+    unsigned long getSecondsSinceBoot() const { return secondsSinceBoot_; }
+    void resetCursor() { cursor_ = 0; }
     // The next record, or null past the end. With no records at all an error is traced.
     procstat* getNextEntry();
     // The record of that process, null if there is none. Moves the cursor on for each record looked at.
     procstat* getEntry(int pid);
-    int count() const;
+    int count() const { return count_; }
+    // As the free function, below the root of this snapshot, which is open already.
+    char* getCommandLine(const procstat* process, char* buffer) const;
+
+  private:
+    void createDataList(unsigned figures);
+    bool takeProcess(ProcReader& reader, const char* pid);
+    bool append(const ProcReader& reader);
+    procstat* at(unsigned index) const;
+
+    StatType type_;
+    int count_ = 0;
+    unsigned cursor_ = 0;
+    unsigned long secondsSinceBoot_ = 0;
+    std::string root_;
+    FileDescriptor rootDescriptor_;
+    MappedBlocks records_;
+    MappedBlocks commandLines_;
 };
 
 // /proc/<pid>/cmdline, read afresh, 32,767 bytes at most, into a buffer of kCommandLineSize. NULs in front of the last

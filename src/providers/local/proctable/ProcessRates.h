@@ -2,11 +2,16 @@
 // asked of. Found by pid through a hash; one collection at a time uses it.
 #pragma once
 
+#include <cstddef>
 #include <ctime>
 #include <unordered_map>
 
 class ProcessRates {
   public:
+    ProcessRates() = default;
+    ProcessRates(const ProcessRates&) = delete;
+    ProcessRates& operator=(const ProcessRates&) = delete;
+
     // The counters that have a memory, with their names in traces.
     enum Item { SystemTime, UserTime, CpuTime, TotalIO, PageFaults, ReadIO, WriteIO, kItems };
     static const char* nameOf(Item item);  // "systemTime", "userTime", "cpuTime", "totalIO", "page_faults", "readIO", "writeIO"
@@ -34,6 +39,8 @@ class ProcessRates {
         Previous items[kItems];
     };
     std::unordered_map<int, Process> processes_;
+    Process* last_ = nullptr;  // the one told last, for lastPid_; null if none is known
+    int lastPid_ = 0;
     time_t lastRunTime_ = 0;
 };
 

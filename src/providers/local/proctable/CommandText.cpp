@@ -1,0 +1,60 @@
+#include "providers/local/proctable/CommandText.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "foundation/Trace.h"
+#include "providers/local/proctable/FileDescriptor.h"
+#include "providers/local/proctable/ProcList.h"
+
+void separateArguments(char* buffer, std::size_t size) {
+    std::replace(buffer, buffer + size - 1, '\0', ' ');
+    if (buffer[size - 1] != '\0') buffer[size] = '\0';
+}
+
+char* readCommandLine(int rootDescriptor, const char* root, int pid, char* buffer) {
+    TRACE_MESSAGES();
+    char path[32];
+    std::snprintf(path, sizeof path, "%d/cmdline", pid);
+    const FileDescriptor descriptor(::openat(rootDescriptor, path, O_RDONLY | O_CLOEXEC));
+    if (!descriptor.isOpen()) {
+        trace_detail("Error opeing %s/%s", root, path);
+        return nullptr;
+    }
+    const ssize_t got = readOnce(descriptor.get(), buffer, kCommandLineSize - 1);
+    if (got <= 0) {
+        trace_detail("Error reading %s/%s", root, path);
+        return nullptr;
+    }
+    separateArguments(buffer, static_cast<std::size_t>(got));
+    return buffer;
+}
+
+char* getCommandLine(const procstat* process, char* buffer, const char* root) {
+    const FileDescriptor directory(::open(root, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return readCommandLine(directory.get(), root, process->pid, buffer);
+}
+
+char* getFullName(const char* commandLine, char* buffer) {
+    const std::size_t length = strnlen(commandLine, kFullNameSize - 1);
+    const auto* blank = static_cast<const char*>(std::memchr(commandLine, ' ', length));
+    const std::size_t taken = blank ? static_cast<std::size_t>(blank - commandLine) : length;
+    std::memcpy(buffer, commandLine, taken);
+    buffer[taken] = '\0';
+    return buffer;
+}
+
+char* getBaseName(char* text) {
+    TRACE_MESSAGES();
+    const std::size_t length = std::strlen(text);
+    auto* end = static_cast<char*>(std::memchr(text, ' ', length));
+    if (!end) {
+        trace_detail("...looking for baseName..reseting to end of line.");
+        end = text + length;
+    }
+    while (end > text && end[-1] != '/') --end;
+    return end;
+}
