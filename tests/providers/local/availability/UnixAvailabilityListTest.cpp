@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,6 @@ using almanac::test::FakeProc;
 using almanac::test::FakeProcess;
 using std::chrono::seconds;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 std::string arguments(const std::string& text) {  // with NULs, as the kernel shows them
