@@ -1,7 +1,7 @@
 #include "providers/local/process/ProcessQueryClass.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -26,21 +26,58 @@ bool isKnown(int figure) {
 unsigned long long u64(long value) { return static_cast<unsigned long long>(value); }
 
 // Seconds since the start of a process, in 32 bits.
-int elapsedSeconds(long secondsSinceBoot, unsigned long startTime) {
+int elapsedSeconds(unsigned long secondsSinceBoot, unsigned long startTime) {
     const auto start = static_cast<unsigned>(startTime / hertz);
     return static_cast<int>(static_cast<unsigned>(secondsSinceBoot) - start);
+}
+
+constexpr std::size_t kElapsedSize = 64;
+
+// A number right-aligned in so many places, with more if it needs them.
+char* place(char* at, int number, int places) {
+    char digits[16];
+    const auto length = std::to_chars(digits, digits + sizeof digits, number).ptr - digits;
+    for (; places > length; --places) *at++ = ' ';
+    return std::copy_n(digits, length, at);
+}
+
+// As "%3dd%2d:%2d:%2d": days, hours, minutes, seconds, without zeros in front.
+void elapsedText(int seconds, char (&out)[kElapsedSize]) {
+    char* at = place(out, seconds / 86400, 3);
+    *at++ = 'd';
+    at = place(at, seconds / 3600 % 24, 2);
+    *at++ = ':';
+    at = place(at, seconds / 60 % 60, 2);
+    *at++ = ':';
+    *place(at, seconds % 60, 2) = '\0';
 }
 
 }  // namespace
 
 struct ProcessQueryClass::Process {
-    const procstat* record;
+    const procstat& record;
     const char* commandLine;
     const char* fullName;
     const char* baseName;
     CpuPercent cpu;
     int cpuFigure;  // 1 where the table does not show it
     int elapsed;    // seconds
+};
+
+// Makes a row of each process that has a command line; one without, as a kernel thread, has none and loses its history.
+class ProcessQueryClass::Rows : public ProcVisitor {
+  public:
+    explicit Rows(ProcessQueryClass& table) : table_(table) {}
+    void lookAt(const procstat& record) override {
+        TRACE_MESSAGES();
+        trace_detail("Looking at process - cmd=%s, cmdline=%s", record.cmd, record.cmdline);
+    }
+    void visit(const procstat& record, char* commandLine) override {
+        table_.addRow(record, commandLine, secondsSinceBoot);
+    }
+
+  private:
+    ProcessQueryClass& table_;
 };
 
 ProcessQueryClass::ProcessQueryClass(const char* app, const char* ag, const char* name, const char* root)
@@ -113,29 +150,20 @@ unsigned ProcessQueryClass::figuresToRead(bool traced) const {
 void ProcessQueryClass::internalCollectData(const char* /*requestId*/) {
     TRACE_FUNCTION();
     readColumns();
-    const auto commandLine = std::make_unique_for_overwrite<char[]>(kCommandLineSize);
-    const bool traced = trace_is_on(ZTR1_DETAIL);
-    ProcList processes(ProcList::kFullRecord, figuresToRead(traced), root_.c_str());
-    const auto secondsSinceBoot = static_cast<long>(processes.getSecondsSinceBoot());
     rates_.collectionStarts();
-    processes.resetCursor();
-    while (const procstat* record = processes.getNextEntry()) {
-        if (traced) trace_detail("Looking at process - cmd=%s, cmdline=%s", record->cmd, record->cmdline);
-        // A process without a command line, as a kernel thread, has no row and loses its history.
-        if (!processes.getCommandLine(record, commandLine.get())) continue;
-        addRow(record, commandLine.get(), secondsSinceBoot);
-    }
+    Rows rows(*this);
+    const ProcList processes(figuresToRead(trace_is_on(ZTR1_DETAIL)), root_.c_str(), rows);
     rates_.purgePreviousCpuResults();
 }
 
-void ProcessQueryClass::addRow(const procstat* record, char* commandLine, long secondsSinceBoot) {
+void ProcessQueryClass::addRow(const procstat& record, const char* commandLine, unsigned long secondsSinceBoot) {
     char fullName[kFullNameSize];
     Process process{record, commandLine, getFullName(commandLine, fullName), getBaseName(fullName), {}, 1,
-                    elapsedSeconds(secondsSinceBoot, record->start_time)};
+                    elapsedSeconds(secondsSinceBoot, record.start_time)};
     if (showsAny({kCpuPercent, kUserPercent, kSystemPercent})) {
-        process.cpu = cpuPercent(rates_, record->pid, record->utime, record->stime);
+        process.cpu = cpuPercent(rates_, record.pid, record.utime, record.stime);
     } else if (showsAny({kTotalIORate, kPageFaultRate, kReadRate, kWriteRate})) {
-        rates_.getRateAsPercent(record->pid, ProcessRates::SystemTime, 0);  // says that the process is there
+        rates_.getRateAsPercent(record.pid, ProcessRates::SystemTime, 0);  // says that the process is there
     }
     auto row = std::make_unique<ResultInstance>("", static_cast<int>(columns_.size()));
     for (const Column& column : columns_) row->addMetric(cell(column, process));
@@ -144,7 +172,7 @@ void ProcessQueryClass::addRow(const procstat* record, char* commandLine, long s
 
 ResultMetric* ProcessQueryClass::cell(const Column& column, Process& p) {
     TRACE_MESSAGES();
-    const procstat& r = *p.record;
+    const procstat& r = p.record;
     const auto number = [&](auto value) { return new ResultMetric(column.metric, value); };
     const auto text = [&](const char* value) { return new ResultMetric(column.metric, value); };
     const auto rate = [&](ProcessRates::Item item, long long value) {
@@ -173,9 +201,8 @@ ResultMetric* ProcessQueryClass::cell(const Column& column, Process& p) {
         case kReadRate: return rate(ProcessRates::ReadIO, r.read_bytes);
         case kWriteRate: return rate(ProcessRates::WriteIO, r.write_bytes);
         case kElapsedText: {
-            char elapsed[64];
-            std::snprintf(elapsed, sizeof elapsed, "%3dd%2d:%2d:%2d", p.elapsed / 86400, p.elapsed / 3600 % 24,
-                          p.elapsed / 60 % 60, p.elapsed % 60);
+            char elapsed[kElapsedSize];
+            elapsedText(p.elapsed, elapsed);
             return text(elapsed);
         }
         case kElapsedSeconds: return number(u64(p.elapsed));

@@ -40,13 +40,14 @@ class ProcessQueryClass : public ResultsManager {
         int figure;
     };
     struct Process;  // one row in the making
+    class Rows;
 
     void readLimit(const char* message);
     void readColumns();
     bool shows(int figure) const { return figure >= 0 && figure < kFigures && shown_[figure]; }
     bool showsAny(std::initializer_list<int> figures) const;
     unsigned figuresToRead(bool traced) const;
-    void addRow(const procstat* record, char* commandLine, long secondsSinceBoot);
+    void addRow(const procstat& record, const char* commandLine, unsigned long secondsSinceBoot);
     ResultMetric* cell(const Column& column, Process& process);
 
     static constexpr int kFigures = 26;

@@ -3,8 +3,8 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "foundation/Trace.h"
 #include "providers/local/proctable/FileDescriptor.h"
@@ -15,18 +15,24 @@ void separateArguments(char* buffer, std::size_t size) {
     if (buffer[size - 1] != '\0') buffer[size] = '\0';
 }
 
-char* readCommandLine(int rootDescriptor, const char* root, int pid, char* buffer) {
+ProcessPath::ProcessPath(const char* pid, const char* file) {
+    const std::size_t length = std::min(std::strlen(pid), sizeof text - kLongestFile - 2);
+    std::memcpy(text, pid, length);
+    text[length] = '/';
+    std::memcpy(text + length + 1, file, std::min(std::strlen(file) + 1, kLongestFile));
+}
+
+char* readCommandLine(int rootDescriptor, const char* root, const char* pid, char* buffer) {
     TRACE_MESSAGES();
-    char path[32];
-    std::snprintf(path, sizeof path, "%d/cmdline", pid);
-    const FileDescriptor descriptor(::openat(rootDescriptor, path, O_RDONLY | O_CLOEXEC));
+    const ProcessPath path(pid, "cmdline");
+    const FileDescriptor descriptor(::openat(rootDescriptor, path.text, O_RDONLY | O_CLOEXEC));
     if (!descriptor.isOpen()) {
-        trace_detail("Error opeing %s/%s", root, path);
+        trace_detail("Error opeing %s/%s", root, path.text);
         return nullptr;
     }
     const ssize_t got = readOnce(descriptor.get(), buffer, kCommandLineSize - 1);
     if (got <= 0) {
-        trace_detail("Error reading %s/%s", root, path);
+        trace_detail("Error reading %s/%s", root, path.text);
         return nullptr;
     }
     separateArguments(buffer, static_cast<std::size_t>(got));
@@ -35,7 +41,7 @@ char* readCommandLine(int rootDescriptor, const char* root, int pid, char* buffe
 
 char* getCommandLine(const procstat* process, char* buffer, const char* root) {
     const FileDescriptor directory(::open(root, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    return readCommandLine(directory.get(), root, process->pid, buffer);
+    return readCommandLine(directory.get(), root, std::to_string(process->pid).c_str(), buffer);
 }
 
 char* getFullName(const char* commandLine, char* buffer) {

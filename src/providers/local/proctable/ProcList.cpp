@@ -23,18 +23,37 @@ struct CloseDirectory {
 
 }  // namespace
 
-ProcList::ProcList(StatType type, unsigned figures, const char* root)
+ProcList::ProcList(StatType type, const char* root)
     : type_(type), root_(root), rootDescriptor_(::open(root, O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     TRACE_FUNCTION();
     FileProc uptime(root_ + "/uptime");
     char line[kLongestProcLine + 1];
     if (uptime.GetNextLine(line)) parseUptime(line, &secondsSinceBoot_);
-    createDataList(figures);
+}
+
+ProcList::ProcList(StatType type, unsigned figures, const char* root) : ProcList(type, root) {
+    ProcReader reader(root_.c_str(), rootDescriptor_.get(), figures);
+    createDataList([&](const char* pid) { return takeProcess(reader, pid); });
+}
+
+ProcList::ProcList(unsigned figures, const char* root, ProcVisitor& visitor) : ProcList(kFullRecord, root) {
+    TRACE_MESSAGES();
+    ProcReader reader(root_.c_str(), rootDescriptor_.get(), figures);
+    const auto commandLine = std::make_unique_for_overwrite<char[]>(kCommandLineSize);
+    visitor.secondsSinceBoot = secondsSinceBoot_;
+    bool any = false;
+    createDataList([&](const char* pid) {
+        visitProcess(reader, pid, visitor, commandLine.get());
+        return any = true;
+    });
+    if (!any) trace_error("Cannot retrieve ProcList rows - error in setting up list\n");
 }
 
 ProcList::~ProcList() = default;
 
-void ProcList::createDataList(unsigned figures) {
+// Calls `take` with the name of each process until it returns false.
+template <class Take>
+void ProcList::createDataList(const Take& take) {
     TRACE_FUNCTION();
     const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(root_.c_str()));
     if (!directory || !rootDescriptor_.isOpen()) {
@@ -42,15 +61,14 @@ void ProcList::createDataList(unsigned figures) {
         std::perror("Error: opendir /proc");
         return;
     }
-    ProcReader reader(root_.c_str(), rootDescriptor_.get(), figures);
     while (const dirent* entry = ::readdir(directory.get())) {
         if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
-        if (!takeProcess(reader, entry->d_name)) break;
+        if (!take(entry->d_name)) break;
     }
 }
 
-// False if no further one can be taken.
-bool ProcList::takeProcess(ProcReader& reader, const char* pid) {
+// Whether the process was read as a whole.
+bool ProcList::readProcess(ProcReader& reader, const char* pid) {
     TRACE_MESSAGES();
     try {
         if (type_ == kFullRecord) {
@@ -59,21 +77,39 @@ bool ProcList::takeProcess(ProcReader& reader, const char* pid) {
             reader.readMemInfo(pid);
         } else {
             trace_error("ProcList: Incorrectly called\n");
-            return true;
+            return false;
         }
+        trace_detail("completiing < %s >\n", reader.pathOf(pid).c_str());
+        return true;
     } catch (const CException& failure) {
         if (failure.getErrorNo() > 1) {
             trace_error("Error - cannot retrieve data for < %s >\n", reader.pathOf(pid).c_str());
             trace_error("Error - %s ...continuing\n", failure.getErrorMessage());
         }
-        return true;
-    }
-    if (!append(reader)) {
-        trace_error("No memory for the records of processes; the list ends with %d", count_);
         return false;
     }
-    trace_detail("completiing < %s >\n", reader.pathOf(pid).c_str());
-    return true;
+}
+
+// False if no further one can be taken.
+bool ProcList::takeProcess(ProcReader& reader, const char* pid) {
+    TRACE_MESSAGES();
+    if (!readProcess(reader, pid) || append(reader)) return true;
+    trace_error("No memory for the records of processes; the list ends with %d", count_);
+    return false;
+}
+
+void ProcList::visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine) {
+    if (reader.commandLineDecides()) {
+        if (!readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) {
+            reader.readCarriedOver(pid);
+        } else if (readProcess(reader, pid)) {
+            visitor.visit(reader.scratch(), commandLine);
+        }
+        return;
+    }
+    if (!readProcess(reader, pid)) return;
+    if (reader.wants(kCmdLine)) visitor.lookAt(reader.scratchWithCommandLine());
+    if (readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) visitor.visit(reader.scratch(), commandLine);
 }
 
 bool ProcList::append(const ProcReader& reader) {
@@ -116,5 +152,5 @@ procstat* ProcList::getEntry(int pid) {
 }
 
 char* ProcList::getCommandLine(const procstat* process, char* buffer) const {
-    return readCommandLine(rootDescriptor_.get(), root_.c_str(), process->pid, buffer);
+    return readCommandLine(rootDescriptor_.get(), root_.c_str(), std::to_string(process->pid).c_str(), buffer);
 }

@@ -11,6 +11,7 @@
 #include "providers/local/proctable/MappedBlocks.h"
 
 class ProcReader;
+class ProcVisitor;
 
 // One process. The texts may lack a terminator where their width is used up.
 struct procstat {
@@ -102,6 +103,8 @@ class ProcList {
 
     // Takes the snapshot; never throws. `root` is where proc(5) is mounted, without a slash at its end.
     explicit ProcList(StatType type, unsigned figures = kAll, const char* root = "/proc");
+    // Keeps no record, but hands that of each process with a command line to the visitor as it is read.
+    ProcList(unsigned figures, const char* root, ProcVisitor& visitor);
     ProcList(const ProcList&) = delete;
     ProcList& operator=(const ProcList&) = delete;
     ~ProcList();
@@ -118,8 +121,12 @@ class ProcList {
     char* getCommandLine(const procstat* process, char* buffer) const;
 
   private:
-    void createDataList(unsigned figures);
+    ProcList(StatType type, const char* root);
+    template <class Take>
+    void createDataList(const Take& take);
     bool takeProcess(ProcReader& reader, const char* pid);
+    bool readProcess(ProcReader& reader, const char* pid);
+    void visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine);
     bool append(const ProcReader& reader);
     procstat* at(unsigned index) const;
 
@@ -131,6 +138,17 @@ class ProcList {
     FileDescriptor rootDescriptor_;
     MappedBlocks records_;
     MappedBlocks commandLines_;
+};
+
+// Takes records as they are read. They are the reader's, and good until the operation returns.
+class ProcVisitor {
+  public:
+    virtual ~ProcVisitor() = default;
+    // A record, in front of its command line; called for a process without one too. Only with kCmdLine.
+    virtual void lookAt(const procstat&) {}
+    // A record and the command line as getCommandLine gives it, in a buffer of kCommandLineSize.
+    virtual void visit(const procstat& record, char* commandLine) = 0;
+    unsigned long secondsSinceBoot = 0;  // set before the first of them
 };
 
 // /proc/<pid>/cmdline, read afresh, 32,767 bytes at most, into a buffer of kCommandLineSize. NULs in front of the last

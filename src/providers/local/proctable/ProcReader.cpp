@@ -9,23 +9,12 @@
 
 #include "foundation/Corrections.h"
 #include "foundation/Trace.h"
+#include "providers/local/proctable/CommandText.h"
 #include "providers/local/proctable/FileDescriptor.h"
 
 namespace {
 
 constexpr const char* kDirectoryGone = "Warn - stat failed; directory may no longer exist";
-
-// "PID/FILE" in a buffer that holds every name of a directory entry.
-struct RelativePath {
-    RelativePath(const char* pid, const char* file) {
-        const std::size_t length = std::min(std::strlen(pid), sizeof text - kLongestFile - 2);
-        std::memcpy(text, pid, length);
-        text[length] = '/';
-        std::memcpy(text + length + 1, file, std::strlen(file) + 1);
-    }
-    static constexpr std::size_t kLongestFile = 16;
-    char text[256 + 1 + kLongestFile];
-};
 
 }  // namespace
 
@@ -51,7 +40,7 @@ void ProcReader::start(const char* pid) {
 // Reads a file of the process, `limit` bytes of it at most. A read that does not fill the buffer has shown all there is.
 ProcReader::Fetch ProcReader::fetch(const char* file, std::size_t limit) {
     size_ = 0;
-    const RelativePath path(pid_, file);
+    const ProcessPath path(pid_, file);
     const FileDescriptor descriptor(::openat(rootDescriptor_, path.text, O_RDONLY | O_CLOEXEC));
     if (!descriptor.isOpen()) return Fetch::NotOpened;
     for (;;) {
@@ -84,6 +73,17 @@ void ProcReader::fail(const char* gone, const char* failed) const {
     }
     trace_flow("Warn - Directory no longer exists < %s >\n", pathOf(pid_).c_str());
     throw CException("Dir no longer exists", 1);
+}
+
+// The rules of order leave figures of the process before where a name or a file is unusual; so does an `io` that does not
+// read, always.
+bool ProcReader::commandLineDecides() const {
+    return statRule_ == StatRule::Fields && statusRule_ == StatusRule::Names && !wants(ProcList::kCmdLine);
+}
+
+void ProcReader::readCarriedOver(const char* pid) {
+    start(pid);
+    if (wants(ProcList::kIo) && fetch("io", kLargestFile) == Fetch::Done) parseIO(text(), &scratch_);
 }
 
 void ProcReader::readStat() {

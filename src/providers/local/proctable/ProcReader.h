@@ -20,7 +20,18 @@ class ProcReader {
     void readStatusInfo(const char* pid);
     void readMemInfo(const char* pid);
 
+    // Whether nothing that shows is lost where the files of a process without a command line, but for those that
+    // readCarriedOver reads, are left alone.
+    bool commandLineDecides() const;
+    // Reads what a process that is not shown may leave to the next one.
+    void readCarriedOver(const char* pid);
+    bool wants(unsigned figure) const { return (figures_ & figure) != 0; }
+
     const procstat& scratch() const { return scratch_; }
+    const procstat& scratchWithCommandLine() {
+        scratch_.cmdline = commandLine_;
+        return scratch_;
+    }
     // Of the process just read, terminated; empty unless asked for.
     std::string_view commandLine() const { return {commandLine_, commandLineSize_}; }
     std::string pathOf(const char* pid) const { return std::string(root_) + "/" + pid; }

@@ -329,3 +329,37 @@ TEST(ProcessQueryClass, ASectionOfTheReferenceFile) {
     classes.removeClientClass(processes);
     queryClassList = before;
 }
+
+// Reading the command line first saves the other files of processes without one. Traced in detail, all is read in order;
+// the rows are the same.
+TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
+    for (const char* names : {"all", ""}) {
+        const WithCorrections corrections(names);
+        FakeProc proc;
+        for (int pid = 1; pid <= 40; ++pid) {
+            FakeProcess p = process(pid);
+            p.readBytes = p.vmSize = static_cast<unsigned>(pid) * 100;
+            if (pid % 3 == 0) p.commandLine = "";
+            proc.put(p);
+            if (pid % 4 == 0) proc.remove(pid, "io");
+            if (pid % 7 == 0) proc.remove(pid, "status");
+        }
+        const auto rows = [&] {
+            const testclock::Guard frozen;
+            Processes processes(proc, {kPid, kParentPid, kReadRate, kTotalIORate, kVirtualKilobytes, kThreadCount, kElapsedSeconds});
+            collect(processes);
+            testclock::advance(seconds(1));
+            return collect(processes);
+        };
+        std::string quick;
+        {
+            const Traced traced("NONE");
+            quick = rows();
+        }
+        EXPECT_EQ(std::count(quick.begin(), quick.end(), ';'), 40 - 13 - 5 + 1);
+        const Traced traced("NONE (UNIT:ProcessQueryClass DETAIL)");
+        EXPECT_EQ(rows(), quick);
+        EXPECT_TRUE(traced.has("Looking at process - cmd=worker, cmdline=[worker]"));
+        EXPECT_TRUE(traced.has("Looking at process - cmd=worker, cmdline=/usr/bin/worker -v"));
+    }
+}

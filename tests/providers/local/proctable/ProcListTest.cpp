@@ -6,9 +6,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
-#include <functional>
 #include <thread>
+#include <vector>
 
 #include "providers/local/proctable/FakeProc.h"
 
@@ -16,11 +17,10 @@ namespace {
 
 using namespace almanac::test;
 using testing::HasSubstr;
-using testing::Not;
 
 std::string text16(const char (&field)[16]) { return {field, strnlen(field, sizeof field)}; }
 
-// Threads of a snapshot's processes by their pids, as "1:4,2:5,".
+// The processes of a snapshot by their numbers.
 std::string pids(ProcList& list) {
     std::vector<int> all;
     for (list.resetCursor(); const procstat* p = list.getNextEntry();) all.push_back(p->pid);
@@ -196,4 +196,77 @@ TEST(ProcList, AProcessThatIsGoneBeforeItsFirstReadIsLeftOutQuietly) {
         ProcList full(ProcList::kFullRecord, ProcList::kAll, proc.root().c_str());
         EXPECT_THAT(traced.text(), HasSubstr("Warn - Directory no longer exists < " + proc.path(100) + " >"));
     }
+}
+
+// Kept: what a process does not supply is the value of the one read before it.
+TEST(ProcList, FiguresCarryOver) {
+    FakeProc proc;
+    for (const int pid : {1, 2, 3}) {
+        FakeProcess p = process(pid);
+        p.readBytes = 1000;
+        p.utime = p.tailUser = 77;
+        if (pid == 2) p.name = "a b";
+        proc.put(p);
+        if (pid == 2) proc.remove(pid, "io");
+    }
+    for (const char* corrections : {"", "all"}) {
+        const WithCorrections names(corrections);
+        ProcList list(ProcList::kFullRecord, ProcList::kAll, proc.root().c_str());
+        ASSERT_EQ(list.count(), 3);
+        const procstat* before = nullptr;
+        for (const procstat* p = list.getNextEntry(); p; before = p, p = list.getNextEntry()) {
+            if (p->pid != 2) continue;
+            EXPECT_EQ(p->read_bytes, before ? 1000 : 0);
+            EXPECT_EQ(p->utime, *corrections ? 77u : before ? 77u : 0u);
+            EXPECT_STREQ(p->cmd, "a");
+        }
+    }
+}
+
+TEST(ProcList, CommandLinesOfTheSnapshot) {
+    const WithCorrections corrections("all");
+    FakeProc proc;
+    struct Case {
+        std::string bytes, text;
+    } cases[] = {{"", "[worker]"},
+                 {std::string("a\0b\0", 4), "a b "},
+                 {std::string(2048, 'x'), std::string(2047, 'x')},
+                 {std::string(65536, 'x'), std::string(2047, 'x')}};
+    for (const Case& c : cases) {
+        FakeProcess p = process(8);
+        p.commandLine = c.bytes;
+        proc.put(p);
+        ProcList list(ProcList::kFullRecord, ProcList::kAll, proc.root().c_str());
+        EXPECT_EQ(std::string(list.getNextEntry()->cmdline), c.text);
+    }
+    for (int pid = 100; pid < 1000; ++pid) {
+        FakeProcess p = process(pid);
+        p.commandLine = std::string(2000, 'c') + std::to_string(pid);
+        proc.put(p);
+    }
+    ProcList many(ProcList::kFullRecord, ProcList::kAll, proc.root().c_str());
+    ASSERT_EQ(many.count(), 901);
+    for (const procstat* p = many.getNextEntry(); p; p = many.getNextEntry()) {
+        if (p->pid < 100) continue;
+        EXPECT_EQ(std::string(p->cmdline), std::string(2000, 'c') + std::to_string(p->pid));
+    }
+    EXPECT_EQ(many.getEntry(999)->pid, 999);
+}
+
+// Many groups make a line that no buffer of usual size holds.
+TEST(ProcList, AStatusFileThatGrows) {
+    FakeProc proc;
+    const FakeProcess p = process(9);
+    proc.put(p);
+    proc.put(9, "status", p.status("Groups:\t" + std::string(200000, '8') + "\n"));
+    {
+        const WithCorrections corrections("all");
+        ProcList list(ProcList::kFullRecord, ProcList::kStatus, proc.root().c_str());
+        ASSERT_EQ(list.count(), 1);
+        EXPECT_EQ(list.getNextEntry()->vm_size, 4096u);
+    }
+    const WithCorrections none("");
+    const Traced traced("ERROR");
+    EXPECT_EQ(ProcList(ProcList::kFullRecord, 0, proc.root().c_str()).count(), 0) << "dropped, whatever is asked for";
+    EXPECT_THAT(traced.text(), HasSubstr("Error - Warn - getline failed for status file ...continuing"));
 }
