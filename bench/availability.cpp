@@ -132,4 +132,11 @@ static void Matching(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(matches);
 }
-BENCHMARK(Matching)->ArgNames({"wildcards", "filters"})->Args({0, 1})->Args({0, 100})->Args({0, 10000})->Args({1, 1})->Args({1, 10})->Unit(benchmark::kMicrosecond);
+BENCHMARK(Matching)
+    ->ArgNames({"wildcards", "filters"})
+    ->Args({0, 1})
+    ->Args({0, 100})
+    ->Args({0, 10000})
+    ->Args({1, 1})
+    ->Args({1, 10})
+    ->Unit(benchmark::kMicrosecond);

@@ -34,7 +34,11 @@ class AppPingXMLConfigParser : public AvailabilityXMLConfigParser {
         }
         const char* component = current_->getApplicationComponent();
         auto* meaning = new ReturnCodeListElement(required(attributes, "rc", "rc", component), getText(attributes, "msg"));
-        if (const char* type = required(attributes, "rc", "type", component)) meaning->setMappedReturnCode(type);
+        if (const char* type = getText(attributes, "type")) {
+            meaning->setMappedReturnCode(type);
+        } else {
+            trace_error("%s: rc %s of %s has no type; it stands for no test", section(), code ? code : "", component);
+        }
         current_->addReturnCode(meaning);
     }
 

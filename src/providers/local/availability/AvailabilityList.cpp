@@ -83,7 +83,8 @@ AvailabilityList* requireAvailabilityList() {
     return availList;
 }
 
-AvailabilityList::AvailabilityList(const char* application) : ResultsManager(application, kAttributeGroup, VX_AVAILABILITY) {
+AvailabilityList::AvailabilityList(const char* application)
+    : ResultsManager(application, kAttributeGroup, VX_AVAILABILITY) {
     addFixedMetrics(this, AVAIL_METRICS, nullptr, FirstMetric::Key);
 }
 
@@ -130,6 +131,7 @@ void AvailabilityList::collectAppPingData() {
     TRACE_FUNCTION();
     for (ApplicationPingListElement* test = tests_.first(); test; test = tests_.after(test)) {
         const APPLICATION_STATUS status = statusOf(test->isApplicationAvailable());
-        addResult({test->getApplicationComponent(), test->getScriptName(), status, test->getLastReturnCode(), test->getLastMessage()});
+        addResult({test->getApplicationComponent(), test->getScriptName(), status, test->getLastReturnCode(),
+                   test->getLastMessage()});
     }
 }

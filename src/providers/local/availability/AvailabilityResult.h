@@ -30,22 +30,29 @@ struct ProcessFigures {
 class AvailabilityResultListElement : public ListElement {
   public:
     AvailabilityResultListElement(const char* component, const char* name, const char* fullName, const char* commandLine,
-                                  APPLICATION_STATUS status, const ProcessFigures& figures, FILTER_TYPE type, RETURN_CODE code,
-                                  const char* message)
-        : component_(component), name_(name), fullName_(fullName), commandLine_(commandLine), status_(status), figures_(figures),
-          type_(type), code_(code), message_(message) {}
+                                  APPLICATION_STATUS status, const ProcessFigures& figures, FILTER_TYPE type,
+                                  RETURN_CODE code, const char* message)
+        : component_(component),
+          name_(name),
+          fullName_(fullName),
+          commandLine_(commandLine),
+          status_(status),
+          figures_(figures),
+          type_(type),
+          code_(code),
+          message_(message) {}
     // A process: no test was run.
     AvailabilityResultListElement(const char* component, const char* name, const char* fullName, const char* commandLine,
                                   APPLICATION_STATUS status, const ProcessFigures& figures)
-        : AvailabilityResultListElement(component, name, fullName, commandLine, status, figures, FILTER_TYPE_PROCESS, RC_NOT_RUN,
-                                        kNotAvailable) {}
+        : AvailabilityResultListElement(component, name, fullName, commandLine, status, figures, FILTER_TYPE_PROCESS,
+                                        RC_NOT_RUN, kNone) {}
     // A functionality test: there is no process.
     AvailabilityResultListElement(const char* component, const char* name, APPLICATION_STATUS status, RETURN_CODE code,
                                   const char* message)
-        : AvailabilityResultListElement(component, name, kNotAvailable, kNotAvailable, status, {}, FILTER_TYPE_TEST, code, message) {}
+        : AvailabilityResultListElement(component, name, kNone, kNone, status, {}, FILTER_TYPE_TEST, code, message) {}
     // A filter that matched nothing.
     AvailabilityResultListElement(const char* component, const char* name, APPLICATION_STATUS status)
-        : AvailabilityResultListElement(component, name, kNotAvailable, kNotAvailable, status, {}) {}
+        : AvailabilityResultListElement(component, name, kNone, kNone, status, {}) {}
 
     const char* getApplicationComponent() const { return component_; }
     const char* getName() const { return name_; }
@@ -65,7 +72,7 @@ class AvailabilityResultListElement : public ListElement {
     const char* getMessage() const { return message_; }
 
   private:
-    static constexpr const char* kNotAvailable = "N/A";
+    static constexpr const char* kNone = "N/A";
     static constexpr int kMegabyte = 1048576;
 
     const char* component_;

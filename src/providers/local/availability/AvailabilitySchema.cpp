@@ -21,16 +21,22 @@ constexpr A kProcess[] = {{"name", A::Required},
                           {"childApplicationCompName", A::Text},
                           {nullptr, A::Text}};
 constexpr A kTest[] = {{"name", A::Required}, {"script", A::Required}, {nullptr, A::Text}};
-constexpr A kReturnCode[] = {{"rc", A::RequiredInteger}, {"msg", A::Text}, {"type", A::Required, returnCodeTypes}, {nullptr, A::Text}};
+constexpr A kReturnCode[] = {{"rc", A::RequiredInteger},
+                             {"msg", A::Text},
+                             {"type", A::Required, returnCodeTypes},
+                             {nullptr, A::Text}};
 
-constexpr ElementSchema kProcessElements[] = {{"process_list", kNone, false}, {"process", kProcess, false}, {nullptr, nullptr, false}};
+constexpr ElementSchema kProcessElements[] = {{"process_list", kNone, false},
+                                              {"process", kProcess, false},
+                                              {nullptr, nullptr, false}};
 constexpr ElementSchema kTestElements[] = {{"app_ping_list", kNone, false},
                                            {"app_ping", kTest, false},
                                            {"rc", kReturnCode, false},
                                            {nullptr, nullptr, false}};
 
-constexpr SectionSchema kSchemas[] = {{"process_list", kProcessElements, false, false, false, AvailabilityList::kAttributeGroup},
-                                      {"app_ping_list", kTestElements, false, false, false, AvailabilityList::kAttributeGroup}};
+constexpr const char* kFills = AvailabilityList::kAttributeGroup;
+constexpr SectionSchema kSchemas[] = {{"process_list", kProcessElements, false, false, false, kFills},
+                                      {"app_ping_list", kTestElements, false, false, false, kFills}};
 
 const bool registered = [] {
     for (const SectionSchema& schema : kSchemas) registerSectionSchema(&schema);

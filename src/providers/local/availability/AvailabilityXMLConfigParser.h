@@ -9,14 +9,17 @@
 class AvailabilityXMLConfigParser : public XMLConfigParser {
   protected:
     // Registers itself for the section; the name is kept as it comes.
-    explicit AvailabilityXMLConfigParser(const char* section) : section_(section) { registerXMLConfigParser(section, this); }
+    explicit AvailabilityXMLConfigParser(const char* section) : section_(section) {
+        registerXMLConfigParser(section, this);
+    }
 
     // An attribute's text, or null with an error line; `owner`, which may be null, says whose it is.
     const char* required(const HashMap* attributes, const char* element, const char* name, const char* owner) const {
         TRACE_MESSAGES();
         const char* text = getText(attributes, name);
         if (!text) {
-            trace_error("%s: attribute %s is missing for %s %s; it counts as empty", section_, name, element, owner ? owner : "");
+            trace_error("%s: attribute %s is missing for %s %s; it counts as empty", section_, name, element,
+                        owner ? owner : "");
         }
         return text;
     }

@@ -87,7 +87,8 @@ void UnixAvailabilityList::reportChildren(ProcList& processes, const Parents& pa
         const auto parent = parents.find(process->ppid);
         if (parent == parents.end() || parents.count(process->pid) != 0) continue;
         const char* baseName = getBaseName(getFullName(process->cmd, name));
-        trace_detail("Found child process %s with pid %d to parent %d, baseName=%s", name, process->pid, process->ppid, baseName);
+        trace_detail("Found child process %s with pid %d to parent %d, baseName=%s", name, process->pid, process->ppid,
+                     baseName);
         if (!processes.getCommandLine(process, commandLine_.data())) continue;
         getFullName(commandLine_.data(), fullName_.data());
         addResultInstance(generateRow(*process, parent->second->getChildApplicationCompName(), baseName).release());
@@ -95,7 +96,8 @@ void UnixAvailabilityList::reportChildren(ProcList& processes, const Parents& pa
 }
 
 // Of the process whose command line and full name are at hand.
-std::unique_ptr<ResultInstance> UnixAvailabilityList::generateRow(const procstat& process, const char* component, const char* name) {
+std::unique_ptr<ResultInstance> UnixAvailabilityList::generateRow(const procstat& process, const char* component,
+                                                                  const char* name) {
     TRACE_MESSAGES();
     const CpuPercent percent = cpuPercent(rates_, process.pid, process.utime, process.stime);
     ProcessFigures figures;

@@ -52,7 +52,9 @@ std::string untilGate(const Scratch& scratch) {
 // A test that leaves a line for each start, and ends when its gate is there.
 class Gated {
   public:
-    Gated() : test(new ApplicationPingListElement("Gated", ("echo >>'" + scratch.path("starts") + "'; " + untilGate(scratch)).c_str())) {
+    Gated() {
+        const std::string script = "echo >>'" + scratch.path("starts") + "'; " + untilGate(scratch);
+        test = std::make_unique<ApplicationPingListElement>("Gated", script.c_str());
         add(*test, "0", "OK", "fine");
         test->setTimeout(0);
     }
@@ -159,7 +161,7 @@ TEST(ApplicationPing, TenOutstandingTestsStopTheEleventh) {
     EXPECT_TRUE(gated.startsBecome(10));
     EXPECT_TRUE(gated.open());
     // A worker may still be on its way out when its child is gone.
-    EXPECT_TRUE(becomesTrue([&] { return gated.test->isApplicationAvailable() == 1; })) << "tests resume once commands have ended";
+    EXPECT_TRUE(becomesTrue([&] { return gated.test->isApplicationAvailable() == 1; })) << "tests resume";
     EXPECT_TRUE(gated.startsBecome(11));
 }
 

@@ -34,8 +34,10 @@ std::string report(const std::string& text) {
     return all;
 }
 
-const std::string kProcesses = "<process_list><process name=\"A\" procname=\"a\" matcharg=\"true\" arg=\"${ANY}\"/></process_list>";
-const std::string kTests = "<app_ping_list><app_ping name=\"P\" script=\"x\"><rc rc=\"0\" msg=\"m\" type=\"Success\"/></app_ping></app_ping_list>";
+const std::string kProcesses =
+    "<process_list><process name=\"A\" procname=\"a\" matcharg=\"true\" arg=\"${ANY}\"/></process_list>";
+const std::string kTests =
+    "<app_ping_list><app_ping name=\"P\" script=\"x\"><rc rc=\"0\" msg=\"m\" type=\"Success\"/></app_ping></app_ping_list>";
 
 }  // namespace
 

@@ -54,10 +54,12 @@ TEST_F(Sections, NoneMakesNoTable) {
 
 TEST_F(Sections, AllOfThemFillOneTable) {
     read("<app_ping_list><app_ping name=\"Ping\" script=\"exit 1\">"
-         "<rc rc=\"0\" msg=\"fine\" type=\"ok\"/><rc rc=\"1\" msg=\"late\" type=\"TIMED_OUT\"/><rc rc=\"2\" msg=\"?\"/></app_ping>"
+         "<rc rc=\"0\" msg=\"fine\" type=\"ok\"/><rc rc=\"1\" msg=\"late\" type=\"TIMED_OUT\"/>"
+         "<rc rc=\"2\" msg=\"?\"/></app_ping>"
          "<app_ping name=\"Other\" script=\"true\"/></app_ping_list>"
          "<process_list><process name=\"A\" procname=\"a\"/></process_list>"
-         "<process_list><process name=\"B\" procname=\"*\" includeChildProcesses=\"true\" childApplicationCompName=\"Kids\"/></process_list>");
+         "<process_list><process name=\"B\" procname=\"*\" includeChildProcesses=\"true\""
+         " childApplicationCompName=\"Kids\"/></process_list>");
     ASSERT_NE(availList, nullptr);
     EXPECT_EQ(queryClassList->getClientClass("Availability"), availList);
     EXPECT_STREQ(availList->getProductCode(), "KIT");

@@ -75,7 +75,8 @@ class Availability : public testing::Test {
         list.clearNewResultSet(true);
         return rows;
     }
-    static std::string shown(Row row, const std::vector<const char*>& columns = {"Application_Component", "Name", "PID", "Status"}) {
+    using Columns = std::vector<const char*>;
+    static std::string shown(Row row, const Columns& columns = {"Application_Component", "Name", "PID", "Status"}) {
         std::string text;
         for (const char* column : columns) text += (text.empty() ? "" : "|") + row[column];
         return text;
@@ -127,7 +128,10 @@ TEST_F(Availability, SizesWrapAtTwoGigabytes) {
     const struct {
         unsigned long kilobytes;
         const char* megabytes;
-    } cases[] = {{2 * 1024 * 1024 - 1, "2047"}, {2 * 1024 * 1024, "-2048"}, {3 * 1024 * 1024, "-1024"}, {4 * 1024 * 1024 - 1, "0"},
+    } cases[] = {{2 * 1024 * 1024 - 1, "2047"},
+                 {2 * 1024 * 1024, "-2048"},
+                 {3 * 1024 * 1024, "-1024"},
+                 {4 * 1024 * 1024 - 1, "0"},
                  {5 * 1024 * 1024, "1024"}};
     list.addProcess(filter("Web", "a"));
     for (const auto& c : cases) {
