@@ -93,7 +93,8 @@ class DerivedCheck {
         }
     }
     static bool isMadeByAgent(const std::string& group) {
-        return group == "Thread_Pool_Status" || group == "Take_Action_Status" || group.find("Performance_Object_Status") != std::string::npos;
+        return group == "Thread_Pool_Status" || group == "Take_Action_Status" || group == "Availability" ||
+               group.find("Performance_Object_Status") != std::string::npos;
     }
 
     // The metric behind an attribute; null, and an error unless the group is not known, if there is none.

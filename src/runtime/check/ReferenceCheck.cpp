@@ -1,5 +1,7 @@
 #include "runtime/check/ReferenceCheck.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -12,6 +14,7 @@
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
 #include "foundation/Utilities.h"
+#include "providers/local/availability/AvailabilityList.h"
 #include "runtime/check/DerivedCheck.h"
 #include "runtime/check/FormulaCheck.h"
 #include "runtime/check/Words.h"
@@ -48,6 +51,7 @@ class Checker {
             checkProvider(*section);
             checkVariables(*section, *section);
         }
+        for (const XmlElement* section : fixedShapes_) checkFixedShape(*section);
         checkDerivedTables(providers_, text_, problems_);
         checkUnused();
     }
@@ -127,6 +131,7 @@ class Checker {
         const SectionSchema* schema = findSectionSchema(section.name.c_str());
         if (!schema) return;
         if (schema->makesQueryClass) providers_.push_back(&section);
+        if (schema->fills) fixedShapes_.push_back(&section);
         checkElement(section, *schema);
     }
 
@@ -168,7 +173,7 @@ class Checker {
                 error(a.offset, "unknown attribute '" + a.name + "' of '" + e.name + "'" + didYouMean(a.name, names));
                 continue;
             }
-            checkValue(a, own->kind);
+            checkValue(a, *own);
         }
         for (const AttributeSchema* s = schema.attributes; s->name; ++s) {
             const bool required = s->kind == AttributeSchema::Required || s->kind == AttributeSchema::RequiredInteger;
@@ -176,13 +181,24 @@ class Checker {
         }
     }
 
-    void checkValue(const XmlAttribute& a, AttributeSchema::Kind kind) {
+    void checkValue(const XmlAttribute& a, const AttributeSchema& schema) {
+        const AttributeSchema::Kind kind = schema.kind;
+        if (schema.texts) checkText(a, schema.texts);
         if (kind == AttributeSchema::Boolean && a.value != "true" && a.value != "false") {
             warning(a.valueOffset, "only the exact text \"true\" is true; '" + a.value + "' counts as false");
         }
         if ((kind == AttributeSchema::Integer || kind == AttributeSchema::RequiredInteger) && !isInteger(a.value)) {
             error(a.valueOffset, "'" + a.value + "' is no number; it would count as " + std::to_string(std::atoi(a.value.c_str())));
         }
+    }
+
+    void checkText(const XmlAttribute& a, const char* const* texts) {
+        std::vector<const char*> known;
+        for (; *texts; ++texts) known.push_back(*texts);
+        if (std::any_of(known.begin(), known.end(), [&](const char* t) { return strcasecmp(t, a.value.c_str()) == 0; })) return;
+        std::string upper = a.value;
+        for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        warning(a.valueOffset, a.name + " '" + a.value + "' is unknown and has no meaning of its own" + didYouMean(upper, known));
     }
 
     static std::vector<const XmlElement*> attributesOf(const XmlElement& group) {
@@ -291,6 +307,42 @@ class Checker {
             if (metric->value("formula")) checkFormulaOf(*metric, metrics);
         }
         if (group != groupsByName_.end()) matchColumns(section, schema, metrics, *group->second);
+    }
+
+    // A section that fills, with others, a table whose columns are the agent's.
+    void checkFixedShape(const XmlElement& section) {
+        const char* ag = findSectionSchema(section.name.c_str())->fills;
+        if (section.name == "app_ping_list") checkVariables(section, section);  // process_list may name any variable
+        const bool first = filledTogether_.insert(ag).second;
+        if (!first) return;
+        if (!filled_.insert(ag).second) error(section.offset, std::string("attribute group '") + ag + "' has a data source already");
+        const auto group = groupsByName_.find(ag);
+        if (group == groupsByName_.end()) {
+            error(section.offset, std::string("attribute group '") + ag + "', which this section fills, is not declared in the metadata");
+        } else {
+            checkFixedColumns(*group->second, AVAIL_METRICS);
+        }
+    }
+
+    void checkFixedColumns(const XmlElement& group, const FixedMetric* metrics) {
+        checkTimestamp(group);
+        std::vector<const char*> names;
+        for (const FixedMetric* m = metrics; m->name; ++m) names.push_back(m->name);
+        const auto attrs = attributesOf(group);
+        for (std::size_t i = 1; i < attrs.size(); ++i) {
+            const std::string name = plainName(*attrs[i]);
+            if (i > names.size()) {
+                error(attrs[i]->offset, "attribute '" + name + "' gets no value: the table has " + std::to_string(names.size()) + " columns");
+                continue;
+            }
+            const bool another = std::any_of(names.begin(), names.end(), [&](const char* n) { return name == n; });
+            const int type = attrs[i]->value("type") ? std::atoi(attrs[i]->value("type")) : 0;
+            if (name != names[i - 1] && another) {
+                error(placeOf(*attrs[i], "name"), "'" + name + "' meets the column '" + names[i - 1] + "': cells match attributes by position, not by name");
+            } else if ((metrics[i - 1].rawType == STRING_DATA) != (type == 1 || type == 2)) {
+                error(placeOf(*attrs[i], "type"), std::string("the column '") + names[i - 1] + "' is a " + (metrics[i - 1].rawType == STRING_DATA ? "text" : "number"));
+            }
+        }
     }
 
     void checkMetric(const XmlElement& metric, std::set<std::string>* seen) {
@@ -458,9 +510,11 @@ class Checker {
     std::vector<const XmlElement*> sections_;
     std::vector<const XmlElement*> groups_;
     std::vector<const XmlElement*> providers_;
+    std::vector<const XmlElement*> fixedShapes_;
     std::map<std::string, const XmlElement*> groupsByName_;
     std::set<std::string> tables_;
     std::set<std::string> filled_;
+    std::set<std::string> filledTogether_;
 };
 
 }  // namespace

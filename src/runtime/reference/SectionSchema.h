@@ -8,6 +8,7 @@ struct AttributeSchema {
     enum Kind { Text, Required, Boolean, Integer, RequiredInteger };
     const char* name;  // null ends the list
     Kind kind;
+    const char* const* texts = nullptr;  // those that mean something, in any case, ended by null; null: any
 };
 
 struct ElementSchema {
@@ -22,6 +23,7 @@ struct SectionSchema {
     bool makesQueryClass;           // its `ag` attribute names the attribute group it fills
     bool hasTimestampColumn;        // the first declared attribute takes the time stamp
     bool metricsMayBeLeftOut = false;  // it then shows what its sources have
+    const char* fills = nullptr;       // the attribute group of fixed shape that it and others fill, null for none
 };
 
 // `schema` and all it points to must live as long as the process.

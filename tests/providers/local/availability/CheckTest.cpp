@@ -1,0 +1,80 @@
+// What the check of a reference file tells of the sections of the availability table.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "providers/local/availability/AvailabilityList.h"
+#include "runtime/check/ReferenceCheck.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+// A file with the table's metadata and these sections, which stand from line 4 on.
+std::string fileWith(const std::string& sections, const std::string& group = "Availability") {
+    std::string text = "<agent>\n<appl name=\"TST\" affinity=\"X\"/>\n<metadata><ag table=\"AV\" name=\"" + group +
+                       "\"><attr name=\"TIMESTAMP\" type=\"1\" size=\"16\"/>";
+    for (const FixedMetric* m = AVAIL_METRICS; m->name; ++m) {
+        text += std::string("<attr name=\"") + m->name + "\" type=\"" + (m->rawType == STRING_DATA ? "2" : "0") + "\" size=\"" +
+                std::to_string(m->size) + "\"/>";
+    }
+    return text + "</ag></metadata>\n" + sections + "\n</agent>\n";
+}
+
+std::string changed(std::string text, const std::string& from, const std::string& to) {
+    const std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return text.replace(at, from.size(), to);
+}
+
+std::string report(const std::string& text) {
+    std::string all;
+    for (const Problem& p : checkReferenceText(text)) all += formatProblem("f", text, p);
+    return all;
+}
+
+const std::string kProcesses =
+    "<process_list><process name=\"A\" procname=\"a\" matcharg=\"true\" arg=\"${ANY}\"/></process_list>";
+const std::string kTests =
+    "<app_ping_list><app_ping name=\"P\" script=\"x\"><rc rc=\"0\" msg=\"m\" type=\"Success\"/></app_ping></app_ping_list>";
+
+}  // namespace
+
+TEST(AvailabilityCheck, WholeSectionsHaveNoProblems) {
+    EXPECT_EQ(report(fileWith(kProcesses)), "");
+    EXPECT_EQ(report(fileWith(kTests)), "");
+    EXPECT_EQ(report(fileWith(kTests + kProcesses + kProcesses)), "");
+}
+
+TEST(AvailabilityCheck, TypesOfReturnCodes) {
+    EXPECT_THAT(report(fileWith(changed(kTests, "Success", "timedout"))),
+                HasSubstr("f:4:71: warning: type 'timedout' is unknown and has no meaning of its own; did you mean 'TIMED_OUT'?"));
+    EXPECT_THAT(report(fileWith(changed(kTests, " type=\"Success\"", ""))), HasSubstr("error: 'rc' needs the attribute 'type'"));
+    EXPECT_THAT(report(fileWith(changed(kTests, "rc=\"0\"", "rc=\"zero\""))), HasSubstr("'zero' is no number"));
+}
+
+TEST(AvailabilityCheck, FaultsOfFiltersAndScripts) {
+    EXPECT_THAT(report(fileWith(changed(kProcesses, "procname", "procnam"))), HasSubstr("did you mean 'procname'?"));
+    EXPECT_THAT(report(fileWith(changed(kProcesses, "=\"true\"", "=\"yes\""))), HasSubstr("'yes' counts as false"));
+    EXPECT_THAT(report(fileWith(changed(kTests, "\"x\"", "\"${HOME}/x\""))), HasSubstr("'${HOME}' may not be substituted"));
+}
+
+TEST(AvailabilityCheck, TheAttributeGroupAndItsSections) {
+    EXPECT_THAT(report(fileWith("")), HasSubstr("attribute group 'Availability' has no data source"));
+    EXPECT_THAT(report(fileWith(kTests, "Available")),
+                HasSubstr("f:4:1: error: attribute group 'Availability', which this section fills, is not declared"));
+    const std::string script = "<script app=\"TST\" ag=\"Availability\" name=\"s\" command=\"x\" separator=\",\">"
+                               "<metric name=\"Name\" type=\"STRING_DATA\"/></script>";
+    EXPECT_THAT(report(fileWith(script + kTests)), HasSubstr("attribute group 'Availability' has a data source already"));
+}
+
+TEST(AvailabilityCheck, CellsMatchAttributesByPosition) {
+    const std::string good = fileWith(kTests);
+    EXPECT_THAT(report(changed(good, "\"Virtual_Size\"", "\"Working_Set_Size\"")),
+                HasSubstr("'Working_Set_Size' meets the column 'Virtual_Size'"));
+    EXPECT_THAT(report(changed(good, "name=\"PID\" type=\"0\"", "name=\"PID\" type=\"2\"")), HasSubstr("the column 'PID' is a number"));
+    EXPECT_THAT(report(changed(good, "</ag>", "<attr name=\"More\" type=\"0\" size=\"4\"/></ag>")),
+                HasSubstr("attribute 'More' gets no value: the table has 16 columns"));
+    EXPECT_EQ(report(changed(good, "\"Name\"", "\"What\"")), "") << "an attribute may have a name of its own";
+}
