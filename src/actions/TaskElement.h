@@ -13,7 +13,8 @@
 
 class TaskParameter : public ListElement {
   public:
-    // Null texts count as missing ones. `quote` "true", "doublequote" or missing: values are put in double quotes.
+    // Null texts count as missing ones. `quote` "true", "doublequote" or missing: values are put in double quotes. Without
+    // a start delimiter a value begins where the search for it does; without an end delimiter it goes to the request's end.
     TaskParameter(const char* name, const char* defaultValue, const char* quote, const char* startDelim,
                   const char* endDelim, const char* overlapDelim);
 
@@ -28,8 +29,10 @@ class TaskParameter : public ListElement {
     // The text as it goes into the command: quoted where the parameter is, as it stands otherwise.
     std::string quoted(std::string_view text) const;
     // Puts a value (null: the default) at each place of the buffer where the parameter's name stands. A value that holds
-    // the name itself is not expanded again; an empty name has no place.
-    void addParameterToCommandBuffer(std::string* buffer, const std::string* value) const;
+    // the name itself is not expanded again; an empty name has no place. Four double quotes put nothing. False, traced,
+    // and the buffer as it was, if it would get longer than kLongestCommand.
+    bool addParameterToCommandBuffer(std::string* buffer, const std::string* value) const;
+    static constexpr std::size_t kLongestCommand = 16 << 20;  // bytes
 
   private:
     std::string name_, startDelim_, endDelim_;
@@ -40,6 +43,7 @@ class TaskParameter : public ListElement {
 
 class TaskElement : public ListElement {
   public:
+    // Null texts count as empty ones, but a missing friendly name as the key.
     TaskElement(const char* key, const char* command, const char* friendlyName);
     ~TaskElement() override;
 
@@ -51,8 +55,8 @@ class TaskElement : public ListElement {
     const std::vector<std::unique_ptr<TaskParameter>>& parameters() const { return parameters_; }
     ListCursor getReturnCodeListCursor() const;
 
-    // The command with the values of the request's parameters in it; nothing, traced, if the request lacks one. A pure
-    // function of the element and the request.
+    // The command with the values of the request's parameters in it; nothing, traced, if the request lacks one or the
+    // command gets too long. A pure function of the element and the request.
     std::optional<std::string> getTaskCommand(std::string_view request) const;
 
   private:

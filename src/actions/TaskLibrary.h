@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include "actions/TaskElement.h"
 #include "actions/TaskHandler.h"
@@ -45,12 +46,15 @@ class TaskLibrary : public TaskHandler {
 
     void addTaskElement(TaskElement* element);  // takes over
     ListCursor getTaskElementListCursor() const { return ListCursor(first_); }
-    // The first task of that name, in any case; null if there is none.
+    // The first task of that name, in any case; null if there is none. No task has an empty name.
     const TaskElement* findTaskElement(std::string_view name) const;
 
     // Runs a command on this thread: the task its first word names, or else the text itself. `msn` and `key` name the
-    // subnode it is for (may be null), `user` who asked (may be null). Any thread, several at once.
+    // subnode it is for (may be null), `user` who asked (may be null). Any thread, several at once. Never null: a task that
+    // could not be run has RC_NOT_RUN and tells why.
     std::unique_ptr<TaskResult> executeTaskRequest(const char* command, const char* msn, const char* key, const char* user);
+    // Runs the command in the shell, its configuration references replaced, or changes the configuration if it says so.
+    // A command that outlives its time-out goes on; with ten of them no further one starts (TASK_TIMED_OUT).
     int handleTaskRequest(TaskRequestInfo info, List* instances, List* output) override;
 
     void setTakeActionStatus(TakeActionStatus* status) { status_ = status; }
@@ -62,11 +66,17 @@ class TaskLibrary : public TaskHandler {
     static int incrementTaskID();
 
     int getTimeout() const { return timeout_; }  // seconds
+    void setTimeout(int seconds) { timeout_ = seconds; }
 
   private:
+    std::unique_ptr<TaskResult> perform(TaskRequestInfo info, const char* shownName, ListCursor codes);
+    bool mayStart(const char* command);
+    int run(const TaskRequestInfo& info, List* instances, List* output, std::string* told);
+
     TaskElement* first_ = nullptr;
     TaskElement* last_ = nullptr;
-    int timeout_;
+    std::unordered_map<std::string, TaskElement*> byName_;  // the first of each name, folded
+    std::atomic<int> timeout_;
     std::atomic<TakeActionStatus*> status_{nullptr};
     std::mutex runningLock_;  // the list of commands that outlived their time-out
     CommandWithTimeoutList running_;

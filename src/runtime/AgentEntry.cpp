@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string>
 
+#include "actions/ActionCallback.h"
+#include "actions/TaskLibrary.h"
 #include "collection/VXClientClass.h"
 #include "collection/schedule/RefreshThread.h"
 #include "collection/schedule/ThreadPool.h"
@@ -91,6 +93,7 @@ void* AgPreInit(int argc, char** argv) {
     applicationLocale = ZLC2_GetLocale();
     ZSV1_Main(&argc, argv, "windows_dp");  // kept: the literal is the same on every platform
     rnq_enable(correctionIsOn("event-console"));
+    taskLibrary = new TaskLibrary("HBX");
     queryClassList = new VXClientClassList;
     char* instance = nullptr;
     if (!deriveInstanceName(argc, argv, ZSV1_GetEnv("AGHBX_HOSTNAME"), &instance)) return nullptr;
@@ -134,15 +137,6 @@ int AgInit() {
     return 0;
 }
 
-int actionCallback(AghbxAutomationCapsule* capsule) {
-    TRACE_FUNCTION();
-    // No task library is loaded: every command is answered as not available.
-    capsule->SetMessage("N/A");
-    capsule->SetResults(-1);
-    if (capsule->Request()) capsule->Request()->FinishedAutomationCommand(capsule);
-    return 0;
-}
-
 void stop_exit() {
     TRACE_FUNCTION();
     trace_detail("the process ends");
@@ -157,6 +151,7 @@ void AgTerminate() {
         trace_error("Collections are still running; their objects are left to the end of the process");
         return;
     }
+    if (taskLibrary) taskLibrary->setTakeActionStatus(nullptr);  // goes with the query classes
     deleteSubnodeManager();  // its clones share names and metrics with the classes they were made from
     if (queryClassList) {
         ListCursor cursor = queryClassList->getClassListCursor();
@@ -169,6 +164,9 @@ void AgTerminate() {
         }
     }
     deleteAllMetadata();
+    if (taskLibrary) taskLibrary->sendDownHeartBeat();
+    delete taskLibrary;
+    taskLibrary = nullptr;
     delete queryClassList;
     queryClassList = nullptr;
 }

@@ -11,9 +11,6 @@ int AgInit();
 void AgTerminate();
 }
 
-class AghbxAutomationCapsule;
-extern "C" int actionCallback(AghbxAutomationCapsule* capsule);
-
 // The loader: makes the parsed reference file live tables. Returns 0.
 int load_agents();
 

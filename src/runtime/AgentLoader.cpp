@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "actions/TakeActionStatus.h"
+#include "actions/TaskLibrary.h"
 #include "collection/StartHooks.h"
 #include "collection/VXClientClass.h"
 #include "collection/schedule/RefreshThread.h"
@@ -78,6 +80,11 @@ void makeThreadPool(int size) {
 void makeStatusClasses() {
     if (AttributeGroupMeta* meta = findAttributeGroupMeta("Thread_Pool_Status")) {
         queryClassList->addClientClass(new ThreadPoolStatus("ZAG", "Thread_Pool_Status", threadPool, meta));
+    }
+    if (AttributeGroupMeta* meta = findAttributeGroupMeta("Take_Action_Status")) {
+        auto* status = new TakeActionStatus("ZAG", "Take_Action_Status", meta);
+        queryClassList->addClientClass(status);
+        if (taskLibrary) taskLibrary->setTakeActionStatus(status);
     }
 }
 
