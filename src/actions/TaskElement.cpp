@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "foundation/Corrections.h"
 #include "foundation/Trace.h"
 
 namespace {
@@ -71,18 +72,28 @@ std::string TaskParameter::quoted(std::string_view text) const {
     trace_detail("Param value %.*s will be quoted.", static_cast<int>(text.size()), text.data());
     std::string value(kQuote);
     value.reserve(text.size() + 2);
+    const bool literal = correctionIsOn("task-quoting");
     for (const char c : text) {
-        if (c == '"' || c == '\\') value += '\\';
+        // A dollar stands in single quotes of its own, so that neither the shell nor a later substitution sees "${".
+        if (literal && c == '$') {
+            value += "\"'$'\"";
+            continue;
+        }
+        if (c == '"' || c == '\\' || (literal && c == '`')) value += '\\';
         value += c;
     }
     return value.append(kQuote);
 }
 
+std::string_view TaskParameter::textToPut(const std::string* value) const {
+    const std::string_view put = value ? *value : default_;
+    return put == kNothing ? std::string_view() : put;
+}
+
 bool TaskParameter::addParameterToCommandBuffer(std::string* buffer, const std::string* value) const {
     TRACE_MESSAGES();
     if (name_.empty()) return true;
-    std::string_view put = value ? *value : default_;
-    if (put == kNothing) put = {};
+    const std::string_view put = textToPut(value);
     std::string expanded;
     std::size_t from = 0;
     for (std::size_t at = buffer->find(name_); at != std::string::npos; at = buffer->find(name_, from)) {
@@ -115,9 +126,9 @@ void TaskElement::addReturnCode(std::unique_ptr<ReturnCodeListElement> code) {
 
 ListCursor TaskElement::getReturnCodeListCursor() const { return ListCursor(codes_.empty() ? nullptr : codes_.front().get()); }
 
-std::optional<std::string> TaskElement::getTaskCommand(std::string_view request) const {
-    TRACE_FUNCTION();
-    std::vector<std::optional<std::string>> values;
+std::optional<std::vector<std::string_view>> TaskElement::valuesIn(std::string_view request) const {
+    TRACE_MESSAGES();
+    std::vector<std::string_view> values;
     Place last{0, 0, 0};
     for (const auto& parameter : parameters_) {
         const std::size_t from = parameter->canOverlapPreviousDelim() ? last.end : last.behind;
@@ -128,14 +139,76 @@ std::optional<std::string> TaskElement::getTaskCommand(std::string_view request)
             return std::nullopt;
         }
         last = *place;
-        std::optional<std::string>& value = values.emplace_back();
-        if (last.begin == last.end) continue;  // the default
-        value = parameter->quoted(request.substr(last.begin, last.end - last.begin));
-        trace_detail("TASK PARAMETER '%s' has a value of: %s.", parameter->getName(), value->c_str());
+        values.push_back(request.substr(last.begin, last.end - last.begin));
     }
+    return values;
+}
+
+std::optional<std::string> TaskElement::getTaskCommand(std::string_view request) const {
+    TRACE_FUNCTION();
+    const auto texts = valuesIn(request);
+    if (!texts) return std::nullopt;
+    std::vector<std::string> quoted(texts->size());
+    std::vector<const std::string*> values(texts->size());
+    for (std::size_t i = 0; i < texts->size(); ++i) {
+        if ((*texts)[i].empty()) continue;  // the default
+        quoted[i] = parameters_[i]->quoted((*texts)[i]);
+        values[i] = &quoted[i];
+        trace_detail("TASK PARAMETER '%s' has a value of: %s.", parameters_[i]->getName(), quoted[i].c_str());
+    }
+    if (correctionIsOn("task-quoting")) return expandOnce(values);
     std::string command = command_;
     for (std::size_t i = 0; i < values.size(); ++i) {
-        if (!parameters_[i]->addParameterToCommandBuffer(&command, values[i] ? &*values[i] : nullptr)) return std::nullopt;
+        if (!parameters_[i]->addParameterToCommandBuffer(&command, values[i])) return std::nullopt;
     }
     return command;
+}
+
+std::optional<std::string> TaskElement::expandOnce(const std::vector<const std::string*>& values) const {
+    TRACE_MESSAGES();
+    std::string expanded;
+    const std::string_view command = command_;
+    for (std::size_t at = 0; at < command.size();) {
+        std::size_t longest = 0;
+        std::string_view put = command.substr(at, 1);
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const std::string_view name = parameters_[i]->getName();
+            if (name.size() <= longest || !command.substr(at).starts_with(name)) continue;
+            longest = name.size();
+            put = parameters_[i]->textToPut(values[i]);
+        }
+        if (expanded.size() + put.size() > TaskParameter::kLongestCommand) {
+            trace_error("With its parameters the command of '%s' gets longer than %zu bytes", name_.c_str(),
+                        TaskParameter::kLongestCommand);
+            return std::nullopt;
+        }
+        expanded += put;
+        at += std::max<std::size_t>(longest, 1);
+    }
+    return expanded;
+}
+
+std::optional<std::string> TaskElement::composeRequest(const std::vector<const char*>& values, std::string* why) const {
+    TRACE_FUNCTION();
+    std::string request = name_;
+    std::string_view before;  // the end delimiter that stands last
+    const auto valueOf = [&](std::size_t i) { return i < values.size() && values[i] ? values[i] : ""; };
+    for (std::size_t i = 0; i < parameters_.size(); ++i) {
+        const TaskParameter& p = *parameters_[i];
+        const std::string_view start = p.getStartDelim();
+        if (i == 0 && !start.starts_with(' ')) request += ' ';
+        // An end delimiter that may be the next start delimiter is not written twice.
+        if (before.empty() || before != start || !p.canOverlapPreviousDelim()) request += start;
+        request.append(valueOf(i)).append(p.getEndDelim());
+        before = p.getEndDelim();
+    }
+    const auto read = valuesIn(request);
+    for (std::size_t i = 0; i < parameters_.size(); ++i) {
+        if (read && (*read)[i] == valueOf(i)) continue;
+        const TaskParameter& p = *parameters_[i];
+        *why = std::string("'") + name_ + "' cannot take this value of " + p.getName() + " between its delimiters '" +
+               p.getStartDelim() + "' and '" + p.getEndDelim() + "'";
+        return std::nullopt;
+    }
+    return request;
 }

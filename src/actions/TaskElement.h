@@ -26,13 +26,16 @@ class TaskParameter : public ListElement {
     const char* getQuote() const { return quote_.c_str(); }  // empty where it is missing
     bool isQuoted() const;
 
-    // The text as it goes into the command: quoted where the parameter is, as it stands otherwise.
+    // The text as it goes into the command: quoted where the parameter is, as it stands otherwise. Kept: in double quotes
+    // the shell still expands `$` and back quotes, unless the correction "task-quoting" is on.
     std::string quoted(std::string_view text) const;
     // Puts a value (null: the default) at each place of the buffer where the parameter's name stands. A value that holds
     // the name itself is not expanded again; an empty name has no place. Four double quotes put nothing. False, traced,
     // and the buffer as it was, if it would get longer than kLongestCommand.
     bool addParameterToCommandBuffer(std::string* buffer, const std::string* value) const;
     static constexpr std::size_t kLongestCommand = 16 << 20;  // bytes
+    // What is put in the command's place of it; null: the default.
+    std::string_view textToPut(const std::string* value) const;
 
   private:
     std::string name_, startDelim_, endDelim_;
@@ -57,9 +60,19 @@ class TaskElement : public ListElement {
 
     // The command with the values of the request's parameters in it; nothing, traced, if the request lacks one or the
     // command gets too long. A pure function of the element and the request.
+    // Kept: the parameters take their places one after the other, so the name of a later one is also found in the value of
+    // an earlier one, unless the correction "task-quoting" is on.
     std::optional<std::string> getTaskCommand(std::string_view request) const;
+    // The request that gives the parameters these values, one for each, in their order; null and empty stand for the
+    // default. Nothing, with the reason in `why`, if the delimiters cannot carry them.
+    std::optional<std::string> composeRequest(const std::vector<const char*>& values, std::string* why) const;
 
   private:
+    // What stands between each parameter's delimiters; nothing, traced, if the request lacks one.
+    std::optional<std::vector<std::string_view>> valuesIn(std::string_view request) const;
+    // The command with all parameters put in at once; nothing if it gets too long.
+    std::optional<std::string> expandOnce(const std::vector<const std::string*>& values) const;
+
     std::string name_, command_, friendlyName_;
     std::vector<std::unique_ptr<TaskParameter>> parameters_;
     std::vector<std::unique_ptr<ReturnCodeListElement>> codes_;  // chained in the order of the file

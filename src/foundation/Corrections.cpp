@@ -14,6 +14,7 @@ constexpr Correction kCorrections[] = {
     {"env-quoting", "a subnode's values in front of a script's command are quoted, so blanks and shell characters in them are harmless"},
     {"proc-times", "user and system times of a process come from fields 14 to 17 of its stat line, not from the line's end"},
     {"proc-status", "the lines of a process's status file are found by their names wherever they stand, so memory and threads are there"},
+    {"task-quoting", "a quoted value of a task's parameter is literal: the shell expands nothing in it, and no parameter's name is looked for"},
     {nullptr, nullptr},
 };
 constexpr int kCount = static_cast<int>(std::size(kCorrections)) - 1;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "actions/ActionCallback.h"
+#include "actions/TaskDeclarations.h"
 #include "actions/TaskLibrary.h"
 #include "collection/VXClientClass.h"
 #include "collection/schedule/RefreshThread.h"
@@ -134,6 +135,7 @@ int AgInit() {
     }
     HBX_RegisterAgentLoader(load_agents);
     HBX_RegisterCommandCallback("*", actionCallback);
+    declareTasks();
     return 0;
 }
 
