@@ -83,24 +83,23 @@ class ProcessQueryClass::Rows : public ProcVisitor {
 ProcessQueryClass::ProcessQueryClass(const char* app, const char* ag, const char* name, const char* root)
     : ResultsManager(app, ag, VX_PROCESS), name_(name ? name : ""), root_(root) {
     TRACE_FUNCTION();
-    readLimit("Limiting number of processes to %d by filtering out processes with 0 CPU");
+    if (readLimit()) trace_state("Limiting number of processes to %d by filtering out processes with 0 CPU", limit_);
     numcpus();
 }
 
 ProcessQueryClass::ProcessQueryClass(ProcessQueryClass* parent, const char* subnode)
     : ResultsManager(parent, subnode, true), name_(parent->name_), root_(parent->root_) {
     TRACE_FUNCTION();
-    readLimit("Limiting number of processes to %d");
+    if (readLimit()) trace_state("Limiting number of processes to %d", limit_);
 }
 
-void ProcessQueryClass::readLimit(const char* message) {
-    TRACE_MESSAGES();
+// Whether a limit is set.
+bool ProcessQueryClass::readLimit() {
     const char* text = ZSV1_GetEnv(kLimit);
-    if (!text || std::strcmp(text, kNoLimitText) == 0) return;
+    if (!text || std::strcmp(text, kNoLimitText) == 0) return false;
     noLimit_ = false;
     limit_ = std::atoi(text);
-    const std::string line(message, std::strstr(message, "%d"));
-    trace_state("%s%d%s", line.c_str(), limit_, message + line.size() + 2);
+    return true;
 }
 
 void ProcessQueryClass::printResults() { traceResults(ZTR1_FLOW, "Instances and Values for Process class"); }

@@ -42,7 +42,7 @@ class ProcessQueryClass : public ResultsManager {
     struct Process;  // one row in the making
     class Rows;
 
-    void readLimit(const char* message);
+    bool readLimit();
     void readColumns();
     bool shows(int figure) const { return figure >= 0 && figure < kFigures && shown_[figure]; }
     bool showsAny(std::initializer_list<int> figures) const;

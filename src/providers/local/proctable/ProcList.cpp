@@ -23,7 +23,7 @@ struct CloseDirectory {
 
 }  // namespace
 
-ProcList::ProcList(StatType type, const char* root)
+ProcList::ProcList(const char* root, StatType type)
     : type_(type), root_(root), rootDescriptor_(::open(root, O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     TRACE_FUNCTION();
     FileProc uptime(root_ + "/uptime");
@@ -31,20 +31,20 @@ ProcList::ProcList(StatType type, const char* root)
     if (uptime.GetNextLine(line)) parseUptime(line, &secondsSinceBoot_);
 }
 
-ProcList::ProcList(StatType type, unsigned figures, const char* root) : ProcList(type, root) {
+ProcList::ProcList(StatType type, unsigned figures, const char* root) : ProcList(root, type) {
     ProcReader reader(root_.c_str(), rootDescriptor_.get(), figures);
     createDataList([&](const char* pid) { return takeProcess(reader, pid); });
 }
 
-ProcList::ProcList(unsigned figures, const char* root, ProcVisitor& visitor) : ProcList(kFullRecord, root) {
+ProcList::ProcList(unsigned figures, const char* root, ProcVisitor& visitor) : ProcList(root, kFullRecord) {
     TRACE_MESSAGES();
     ProcReader reader(root_.c_str(), rootDescriptor_.get(), figures);
     const auto commandLine = std::make_unique_for_overwrite<char[]>(kCommandLineSize);
     visitor.secondsSinceBoot = secondsSinceBoot_;
     bool any = false;
     createDataList([&](const char* pid) {
-        visitProcess(reader, pid, visitor, commandLine.get());
-        return any = true;
+        any = visitProcess(reader, pid, visitor, commandLine.get()) || any;
+        return true;
     });
     if (!any) trace_error("Cannot retrieve ProcList rows - error in setting up list\n");
 }
@@ -98,18 +98,20 @@ bool ProcList::takeProcess(ProcReader& reader, const char* pid) {
     return false;
 }
 
-void ProcList::visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine) {
+// Whether the process would be in the list.
+bool ProcList::visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine) {
     if (reader.commandLineDecides()) {
         if (!readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) {
             reader.readCarriedOver(pid);
         } else if (readProcess(reader, pid)) {
             visitor.visit(reader.scratch(), commandLine);
         }
-        return;
+        return true;
     }
-    if (!readProcess(reader, pid)) return;
+    if (!readProcess(reader, pid)) return false;
     if (reader.wants(kCmdLine)) visitor.lookAt(reader.scratchWithCommandLine());
     if (readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) visitor.visit(reader.scratch(), commandLine);
+    return true;
 }
 
 bool ProcList::append(const ProcReader& reader) {

@@ -121,12 +121,12 @@ class ProcList {
     char* getCommandLine(const procstat* process, char* buffer) const;
 
   private:
-    ProcList(StatType type, const char* root);
+    ProcList(const char* root, StatType type);
     template <class Take>
     void createDataList(const Take& take);
     bool takeProcess(ProcReader& reader, const char* pid);
     bool readProcess(ProcReader& reader, const char* pid);
-    void visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine);
+    bool visitProcess(ProcReader& reader, const char* pid, ProcVisitor& visitor, char* commandLine);
     bool append(const ProcReader& reader);
     procstat* at(unsigned index) const;
 

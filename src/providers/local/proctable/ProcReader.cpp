@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -118,7 +119,8 @@ void ProcReader::readIO() {
         parseIO(text(), &scratch_);
         return;
     }
-    if (outcome == Fetch::NotOpened && isGone()) fail(kDirectoryGone, kDirectoryGone);
+    // Where it is closed to the agent, the process is there.
+    if (outcome == Fetch::NotOpened && errno != EACCES && isGone()) fail(kDirectoryGone, kDirectoryGone);
     trace_detail("Warn - getline failed for io file");
 }
 

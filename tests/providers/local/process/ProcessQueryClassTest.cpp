@@ -263,7 +263,9 @@ TEST(ProcessQueryClass, AnyLimitLeavesOutProcessesWithoutCpu) {
         busy.utime = 0;
         proc.put(busy);
         proc.put(idle);
+        const Traced traced("STATE");
         Processes limited(proc, {kPid, kCpuPercent});
+        EXPECT_TRUE(traced.has("Limiting number of processes to " + std::to_string(std::atoi(limit)) + " by filtering out"));
         Processes withoutCpu(proc, {kPid});
         EXPECT_FALSE(limited.hasNoLimit());
         EXPECT_EQ(limited.limit(), std::atoi(limit));
