@@ -14,7 +14,7 @@
 #include "collection/status/StatusTables.h"
 #include "foundation/HashMap.h"
 #include "foundation/Utilities.h"
-#include "providers/local/availability/AvailabilityList.h"
+#include "runtime/check/AvailabilityCheck.h"
 #include "runtime/check/DerivedCheck.h"
 #include "runtime/check/FormulaCheck.h"
 #include "runtime/check/Words.h"
@@ -313,36 +313,15 @@ class Checker {
     void checkFixedShape(const XmlElement& section) {
         const char* ag = findSectionSchema(section.name.c_str())->fills;
         if (section.name == "app_ping_list") checkVariables(section, section);  // process_list may name any variable
-        const bool first = filledTogether_.insert(ag).second;
-        if (!first) return;
+        if (!filledTogether_.insert(ag).second) return;
         if (!filled_.insert(ag).second) error(section.offset, std::string("attribute group '") + ag + "' has a data source already");
         const auto group = groupsByName_.find(ag);
         if (group == groupsByName_.end()) {
             error(section.offset, std::string("attribute group '") + ag + "', which this section fills, is not declared in the metadata");
         } else {
-            checkFixedColumns(*group->second, AVAIL_METRICS);
+            checkTimestamp(*group->second);
         }
-    }
-
-    void checkFixedColumns(const XmlElement& group, const FixedMetric* metrics) {
-        checkTimestamp(group);
-        std::vector<const char*> names;
-        for (const FixedMetric* m = metrics; m->name; ++m) names.push_back(m->name);
-        const auto attrs = attributesOf(group);
-        for (std::size_t i = 1; i < attrs.size(); ++i) {
-            const std::string name = plainName(*attrs[i]);
-            if (i > names.size()) {
-                error(attrs[i]->offset, "attribute '" + name + "' gets no value: the table has " + std::to_string(names.size()) + " columns");
-                continue;
-            }
-            const bool another = std::any_of(names.begin(), names.end(), [&](const char* n) { return name == n; });
-            const int type = attrs[i]->value("type") ? std::atoi(attrs[i]->value("type")) : 0;
-            if (name != names[i - 1] && another) {
-                error(placeOf(*attrs[i], "name"), "'" + name + "' meets the column '" + names[i - 1] + "': cells match attributes by position, not by name");
-            } else if ((metrics[i - 1].rawType == STRING_DATA) != (type == 1 || type == 2)) {
-                error(placeOf(*attrs[i], "type"), std::string("the column '") + names[i - 1] + "' is a " + (metrics[i - 1].rawType == STRING_DATA ? "text" : "number"));
-            }
-        }
+        checkAvailability(fixedShapes_, group == groupsByName_.end() ? nullptr : group->second, problems_);
     }
 
     void checkMetric(const XmlElement& metric, std::set<std::string>* seen) {

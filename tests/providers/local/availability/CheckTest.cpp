@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "providers/local/availability/AvailabilityList.h"
@@ -57,6 +58,16 @@ TEST(AvailabilityCheck, TypesOfReturnCodes) {
 TEST(AvailabilityCheck, FaultsOfFiltersAndScripts) {
     EXPECT_THAT(report(fileWith(changed(kProcesses, "procname", "procnam"))), HasSubstr("did you mean 'procname'?"));
     EXPECT_THAT(report(fileWith(changed(kProcesses, "=\"true\"", "=\"yes\""))), HasSubstr("'yes' counts as false"));
+    EXPECT_THAT(report(fileWith(changed(kProcesses, " arg=", " value="))), HasSubstr("'matcharg' compares nothing without the attribute 'arg'"));
+    EXPECT_THAT(report(fileWith(changed(kProcesses, "procname=\"a\"", "procname=\"*\""))), HasSubstr("warning: 'matcharg' plays no part"));
+    const std::string rc = "<rc rc=\"0\" type=\"OK\"/>";
+    const std::string test = "<app_ping name=\"P\" script=\"x\"/>";
+    EXPECT_EQ(report(fileWith("<app_ping_list>" + test + rc + rc + "</app_ping_list>")), "") << "it belongs to the test before";
+    const std::string wrong = report(fileWith("<app_ping_list>" + rc + test + test + rc + test + "</app_ping_list>"));
+    EXPECT_THAT(wrong, HasSubstr("f:4:16: error: the rc stands in no app_ping"));
+    EXPECT_THAT(wrong, HasSubstr("f:4:38: warning: the test has no rc element"));
+    EXPECT_THAT(wrong, HasSubstr("f:4:122: warning: the test has no rc element"));
+    EXPECT_EQ(std::count(wrong.begin(), wrong.end(), '\n'), 3 * 3);
     EXPECT_THAT(report(fileWith(changed(kTests, "\"x\"", "\"${HOME}/x\""))), HasSubstr("'${HOME}' may not be substituted"));
 }
 
@@ -75,6 +86,6 @@ TEST(AvailabilityCheck, CellsMatchAttributesByPosition) {
                 HasSubstr("'Working_Set_Size' meets the column 'Virtual_Size'"));
     EXPECT_THAT(report(changed(good, "name=\"PID\" type=\"0\"", "name=\"PID\" type=\"2\"")), HasSubstr("the column 'PID' is a number"));
     EXPECT_THAT(report(changed(good, "</ag>", "<attr name=\"More\" type=\"0\" size=\"4\"/></ag>")),
-                HasSubstr("attribute 'More' gets no value: the table has 16 columns"));
+                HasSubstr("attribute 'More' gets no value: the table has no column left"));
     EXPECT_EQ(report(changed(good, "\"Name\"", "\"What\"")), "") << "an attribute may have a name of its own";
 }
