@@ -133,7 +133,8 @@ int actionCallback(AghbxAutomationCapsule* capsule) {
     const std::unique_ptr<TaskResult> result = carryOut(capsule, action);
     const int taskId = TaskLibrary::incrementTaskID();
     if (taskLibrary) {
-        taskLibrary->sendActionStatus(action.command, result.get(), taskId, action.msn.get(), action.key.get(), action.owner);
+        taskLibrary->sendActionStatus(action.command, result.get(), taskId, action.msn.get(), action.key.get(),
+                                      action.owner);
     }
     if (request) request->FinishedAutomationCommand(capsule);  // the capsule may be gone behind it
     return 0;

@@ -77,7 +77,8 @@ void TakeActionStatus::sendTaskEvent(const char* command, TaskResult* result, in
     }
     for (int i = 0; i < output->getCount(); ++i) {
         const auto* instance = i < instances->getCount() ? static_cast<const char*>(instances->get(i)) : nullptr;
-        sendTaskEventWithOutput(command, result, instance, static_cast<const char*>(output->get(i)), taskId, node, subnode, owner);
+        const auto* line = static_cast<const char*>(output->get(i));
+        sendTaskEventWithOutput(command, result, instance, line, taskId, node, subnode, owner);
     }
 }
 

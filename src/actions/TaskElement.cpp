@@ -124,7 +124,9 @@ void TaskElement::addReturnCode(std::unique_ptr<ReturnCodeListElement> code) {
     codes_.push_back(std::move(code));
 }
 
-ListCursor TaskElement::getReturnCodeListCursor() const { return ListCursor(codes_.empty() ? nullptr : codes_.front().get()); }
+ListCursor TaskElement::getReturnCodeListCursor() const {
+    return ListCursor(codes_.empty() ? nullptr : codes_.front().get());
+}
 
 std::optional<std::vector<std::string_view>> TaskElement::valuesIn(std::string_view request) const {
     TRACE_MESSAGES();

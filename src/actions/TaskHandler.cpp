@@ -27,12 +27,16 @@ std::string foldedTaskName(std::string_view name) {
 
 void registerTaskHandler(const char* taskName, TaskHandler* handler) {
     TRACE_FUNCTION();
-    if (!taskName || !handler) {
-        trace_error("A task handler without a %s is not registered", taskName ? "handler" : "name");
+    if (!taskName) {
+        trace_error("A task handler without a name is not registered");
         return;
     }
     const std::lock_guard guard(lock);
-    taskHandlerMap()[foldedTaskName(taskName)] = handler;
+    if (handler) {
+        taskHandlerMap()[foldedTaskName(taskName)] = handler;
+    } else {
+        taskHandlerMap().erase(foldedTaskName(taskName));
+    }
 }
 
 TaskHandler* findTaskHandler(const char* taskName) {

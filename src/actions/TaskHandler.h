@@ -25,8 +25,8 @@ class TaskHandler {
     virtual ~TaskHandler() = default;
 };
 
-// Gives all tasks of that name, in any case, to the handler, which must outlive them; the last registration stands. At
-// start only.
+// Gives all tasks of that name, in any case, to the handler, which must outlive them; the last registration stands, and a
+// null handler takes it back. Any thread.
 void registerTaskHandler(const char* taskName, TaskHandler* handler);
 // Null: the library's own.
 TaskHandler* findTaskHandler(const char* taskName);

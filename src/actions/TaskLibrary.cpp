@@ -145,21 +145,23 @@ std::unique_ptr<TaskResult> TaskLibrary::executeTaskRequest(const char* command,
     trace_detail("for msn=\"%s\", subnode key=\"%s\"", msn ? msn : "", info.subnode.c_str());
     const TaskElement* task = findTaskElement(info.name);
     if (!task) {
-        trace_detail("Did not find Task name '%s'.  Going to run 'system' on the request %s.\n", info.name.c_str(), text.c_str());
+        trace_detail("Did not find Task name '%s'.  Going to run 'system' on the request %s.\n", info.name.c_str(),
+                     text.c_str());
         const std::string name = info.name;
         return perform(std::move(info), name.c_str(), ListCursor(nullptr));
     }
     info.name = task->getTaskName();
     std::optional<std::string> expanded = task->getTaskCommand(text);
     if (!expanded) {
-        trace_error("Error attempting to run task '%s'.  This task will not be run.  Task buffer is '%s'.\n", info.name.c_str(),
-                    text.c_str());
+        trace_error("Error attempting to run task '%s'.  This task will not be run.  Task buffer is '%s'.\n",
+                    info.name.c_str(), text.c_str());
         return std::make_unique<TaskResult>(task->getFriendlyName(), kInternalError, RC_NOT_RUN, TASK_FAILED);
     }
     info.command = std::move(*expanded);
     if (strcasecmp(info.command.c_str(), kUndefined) == 0) {
-        trace_error("Error attempting to run task '%s'.  This task does not run on this platform. taskInfo.command is '%s'.\n",
-                    info.name.c_str(), info.command.c_str());
+        trace_error(
+            "Error attempting to run task '%s'.  This task does not run on this platform. taskInfo.command is '%s'.\n",
+            info.name.c_str(), info.command.c_str());
         return std::make_unique<TaskResult>(task->getFriendlyName(), kNotSupported, RC_NOT_RUN, TASK_FAILED);
     }
     return perform(std::move(info), task->getFriendlyName(), task->getReturnCodeListCursor());
