@@ -129,17 +129,12 @@ ListCursor TaskElement::getReturnCodeListCursor() const {
 }
 
 std::optional<std::vector<std::string_view>> TaskElement::valuesIn(std::string_view request) const {
-    TRACE_MESSAGES();
     std::vector<std::string_view> values;
     Place last{0, 0, 0};
     for (const auto& parameter : parameters_) {
         const std::size_t from = parameter->canOverlapPreviousDelim() ? last.end : last.behind;
         const std::optional<Place> place = findValue(request, *parameter, from);
-        if (!place) {
-            trace_error("MALFORMED TASK COMMAND OF '%.*s' expected more parameters.", static_cast<int>(request.size()),
-                        request.data());
-            return std::nullopt;
-        }
+        if (!place) return std::nullopt;
         last = *place;
         values.push_back(request.substr(last.begin, last.end - last.begin));
     }
@@ -149,7 +144,10 @@ std::optional<std::vector<std::string_view>> TaskElement::valuesIn(std::string_v
 std::optional<std::string> TaskElement::getTaskCommand(std::string_view request) const {
     TRACE_FUNCTION();
     const auto texts = valuesIn(request);
-    if (!texts) return std::nullopt;
+    if (!texts) {
+        trace_error("MALFORMED TASK COMMAND OF '%.*s' expected more parameters.", static_cast<int>(request.size()), request.data());
+        return std::nullopt;
+    }
     std::vector<std::string> quoted(texts->size());
     std::vector<const std::string*> values(texts->size());
     for (std::size_t i = 0; i < texts->size(); ++i) {

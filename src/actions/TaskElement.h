@@ -68,7 +68,7 @@ class TaskElement : public ListElement {
     std::optional<std::string> composeRequest(const std::vector<const char*>& values, std::string* why) const;
 
   private:
-    // What stands between each parameter's delimiters; nothing, traced, if the request lacks one.
+    // What stands between each parameter's delimiters; nothing if the request lacks one.
     std::optional<std::vector<std::string_view>> valuesIn(std::string_view request) const;
     // The command with all parameters put in at once; nothing if it gets too long.
     std::optional<std::string> expandOnce(const std::vector<const std::string*>& values) const;
