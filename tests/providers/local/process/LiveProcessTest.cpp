@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/zsb.h"
@@ -111,32 +113,49 @@ long long writtenBy(pid_t pid) {
 
 }  // namespace
 
-TEST(LiveProcesses, ShowWhatPsShows) {
-    const WithCorrections corrections("all");
-    Live live({kPid, kParentPid, kVirtualKilobytes, kThreadCount, kElapsedSeconds});
+namespace {
+
+constexpr int kNoRow = -1;
+
+// Process and column where a table differs from ps before and after it; what changes between the two is left out.
+std::set<std::pair<int, int>> differences(Live& live, int* compared) {
     const Figures first = ps();
     const Figures ours = live.collect();
     const Figures last = ps();
-    ASSERT_TRUE(ours.count(getpid())) << "the test itself";
-    int compared = 0;
-    for (const auto& [pid, row] : ours) {
-        const auto before = first.find(pid), after = last.find(pid);
-        if (before == first.end() || after == last.end()) continue;  // came or went
-        ++compared;
-        for (const std::size_t column : {1u, 2u, 3u}) {
-            if (before->second[column] != after->second[column]) continue;  // changing
-            EXPECT_EQ(row[column], before->second[column]) << "column " << column << " of " << pid;
+    std::set<std::pair<int, int>> found;
+    for (const auto& [pid, before] : first) {
+        const auto after = last.find(pid), row = ours.find(pid);
+        if (after == last.end()) continue;
+        if (row == ours.end()) {
+            // Has memory before and after, so is no zombie meanwhile, and is not being started.
+            if (before[2] > 0 && before[4] > 2 && after->second[2] > 0) found.insert({pid, kNoRow});
+            continue;
         }
-        EXPECT_GE(row[4], before->second[4] - 1) << pid;
-        EXPECT_LE(row[4], after->second[4] + 1) << pid;
+        ++*compared;
+        for (int column = 1; column < 4; ++column) {
+            const auto c = static_cast<std::size_t>(column);
+            if (before[c] == after->second[c] && row->second[c] != before[c]) found.insert({pid, column});
+        }
+        if (row->second[4] < before[4] - 1 || row->second[4] > after->second[4] + 1) found.insert({pid, 4});
     }
+    return found;
+}
+
+}  // namespace
+
+TEST(LiveProcesses, ShowWhatPsShows) {
+    const WithCorrections corrections("all");
+    Live live({kPid, kParentPid, kVirtualKilobytes, kThreadCount, kElapsedSeconds});
+    ASSERT_TRUE(live.collect().count(getpid())) << "the test itself";
+    int compared = 0;
+    std::set<std::pair<int, int>> wrong = differences(live, &compared);
     EXPECT_GT(compared, 0);
-    for (const auto& [pid, row] : first) {
-        // Has memory before and after, so is no zombie meanwhile, and is not being started.
-        const auto after = last.find(pid);
-        const bool settled = row[2] > 0 && row[4] > 2 && after != last.end() && after->second[2] > 0;
-        EXPECT_TRUE(!settled || ours.count(pid)) << pid << " has no row";
+    // What differs because a process moved there and back just then does not differ every time.
+    for (int again = 0; again < 5 && !wrong.empty(); ++again) {
+        const auto now = differences(live, &compared);
+        std::erase_if(wrong, [&now](const auto& w) { return now.count(w) == 0; });
     }
+    for (const auto& [pid, column] : wrong) ADD_FAILURE() << "column " << column << " of " << pid;
 }
 
 TEST(LiveProcesses, RatesOfAChildOfKnownLoad) {
