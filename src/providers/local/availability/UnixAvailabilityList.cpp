@@ -8,7 +8,7 @@ namespace {
 constexpr int kKilobyteShift = 10;
 
 // Bytes in 32 bits. Kept: what is larger wraps, so that 3 GB show as a negative size.
-int bytesOf(unsigned long kilobytes) { return convert::low32(static_cast<long long>(kilobytes << kKilobyteShift)); }
+int bytesOf(unsigned long kilobytes) { return static_cast<int>(static_cast<unsigned>(kilobytes) << kKilobyteShift); }
 
 }  // namespace
 
