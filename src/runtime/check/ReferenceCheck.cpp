@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "actions/TakeActionStatus.h"
 #include "collection/rows/Metric.h"
 #include "collection/rows/RawMetricType.h"
 #include "collection/status/StatusTables.h"
@@ -14,6 +15,7 @@
 #include "foundation/Utilities.h"
 #include "runtime/check/DerivedCheck.h"
 #include "runtime/check/FormulaCheck.h"
+#include "runtime/check/TaskCheck.h"
 #include "runtime/check/Words.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
@@ -49,6 +51,7 @@ class Checker {
             checkVariables(*section, *section);
         }
         checkDerivedTables(providers_, text_, problems_);
+        checkTasks(sections_, text_, problems_);
         checkUnused();
     }
 
@@ -216,6 +219,7 @@ class Checker {
         const std::string groupName = name ? name : "";
         if (groupName.find("Performance_Object_Status") != std::string::npos) checkStatusGroup(group, PERF_METRICS);
         if (groupName == "Thread_Pool_Status") checkStatusGroup(group, TP_METRICS);
+        if (groupName == "Take_Action_Status") checkStatusGroup(group, TS_METRICS);
     }
 
     void checkLayout(const XmlElement& attr) {
