@@ -316,7 +316,7 @@ TEST(Check, TellsWhatATaskDoesNotMean) {
         {"key=\"TWO\"", "key=\"restart\"", "20:12: error", "another one ahead has the key 'restart'"},
         {"key=\"TWO\"", "key=\"a b\"", "20:12: error", "no command reaches this task"},
         {"key=\"TWO\"", "name=\"x\" key=\"\"", "20:21: error", "no command reaches this task"},
-        {"${AGENT_BIN_DIR}", "${HOME}", "15:72: error", "'${HOME}' may not be substituted"},
+        {"${AGENT_BIN_DIR}", "${HOME}", "15:71: error", "'${HOME}' may not be substituted"},
         {"name=\"UNIT\"", "name=\"unit\"", "16:14: warning", "the task's command does not hold 'unit'"},
         {"startDelim=\"[\" ", "", "16:1: warning", "without a start delimiter"},
         {"endDelim=\"]\"", "endDelim=\"\"", "16:45: warning", "without an end delimiter"},
