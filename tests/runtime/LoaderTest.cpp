@@ -5,6 +5,8 @@
 #include <cstring>
 #include <thread>
 
+#include "actions/ActionCallback.h"
+#include "actions/TaskLibrary.h"
 #include "collection/StartHooks.h"
 #include "collection/TestClass.h"
 #include "collection/schedule/RefreshThread.h"
@@ -130,6 +132,31 @@ void loadsTables() {
     EXPECT_EQ(classes, 8);
     leave();
 }
+
+// A task of the reference file, run as an action, and its row in the table of actions.
+void runsTasks() {
+    taskLibrary = new TaskLibrary("HBX");
+    queryClassList = new VXClientClassList;
+    parse("<metadata>" + statusGroup("Take_Action_Status", "TSKAPRC") +
+          "</metadata><task name=\"End\" key=\"END\" command=\"exit 3\"><rc rc=\"3\" msg=\"three\" type=\"WARNING\"/></task>");
+    load_agents();
+    EXPECT_NE(framework().catalog.find("Take_Action_Status"), nullptr);
+    AghbxAutomationCapsule capsule("end", nullptr, nullptr);
+    EXPECT_EQ(actionCallback(&capsule), 0);
+    EXPECT_STREQ(capsule.Message(), "three");
+    AttributeGroupMeta* meta = findAttributeGroupMeta("Take_Action_Status");
+    EXPECT_EQ(meta->query()->getObjectType(), VX_STATUS);
+    EXPECT_TRUE(meta->query()->isPureEventBased());
+    almanac::test::RecordingSink sink(meta);
+    meta->query()->collectDataIfNeeded("1");
+    meta->query()->sendDataToHBX(&sink, "node");
+    EXPECT_EQ(sink.names("TSKAPRC"), "3,");
+    AgTerminate();
+    EXPECT_EQ(taskLibrary, nullptr);
+    leave();
+}
+
+TEST_F(Loader, RunsTheTasksOfTheFile) { EXPECT_EXIT(runsTasks(), testing::ExitedWithCode(0), ""); }
 
 TEST_F(Loader, MakesOneTableForEachClassWithMetadata) { EXPECT_EXIT(loadsTables(), testing::ExitedWithCode(0), ""); }
 

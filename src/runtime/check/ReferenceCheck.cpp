@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 
+#include "actions/TakeActionStatus.h"
 #include "collection/rows/Metric.h"
 #include "collection/rows/RawMetricType.h"
 #include "collection/status/StatusTables.h"
@@ -17,6 +18,7 @@
 #include "runtime/check/AvailabilityCheck.h"
 #include "runtime/check/DerivedCheck.h"
 #include "runtime/check/FormulaCheck.h"
+#include "runtime/check/TaskCheck.h"
 #include "runtime/check/Words.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
@@ -53,6 +55,7 @@ class Checker {
         }
         for (const XmlElement* section : fixedShapes_) checkFixedShape(*section);
         checkDerivedTables(providers_, text_, problems_);
+        checkTasks(sections_, text_, problems_);
         checkUnused();
     }
 
@@ -232,6 +235,7 @@ class Checker {
         const std::string groupName = name ? name : "";
         if (groupName.find("Performance_Object_Status") != std::string::npos) checkStatusGroup(group, PERF_METRICS);
         if (groupName == "Thread_Pool_Status") checkStatusGroup(group, TP_METRICS);
+        if (groupName == "Take_Action_Status") checkStatusGroup(group, TS_METRICS);
     }
 
     void checkLayout(const XmlElement& attr) {

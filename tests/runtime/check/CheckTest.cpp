@@ -291,4 +291,56 @@ TEST(Check, NoTextBreaksIt) {
     EXPECT_THAT(report(closed), HasSubstr("elements nest too deep"));
 }
 
+constexpr const char* kTask =
+    "<task name=\"Restart it\" key=\"RESTART\" command=\"systemctl restart UNIT ${AGENT_BIN_DIR}\">\n"
+    "<param name=\"UNIT\" startDelim=\"[\" endDelim=\"]\" overlapDelim=\"false\"/>\n"
+    "<rc rc=\"0\" msg=\"done\" type=\"success\"/>\n"
+    "<rc rc=\"5\" msg=\"no such unit\" type=\"DOESNT_EXIST\"/>\n"
+    "</task>\n"
+    "<task key=\"TWO\" command=\"x\"/>\n";
+
+std::string withTask(const std::string& from, const std::string& to) {
+    std::string text = fileWith(14, "</agent>", "");
+    std::string task = kTask;
+    const std::size_t at = task.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return text + task.replace(at, from.size(), to) + "</agent>";
+}
+
+TEST(Check, TellsWhatATaskDoesNotMean) {
+    EXPECT_EQ(report(withTask("", "")), "");
+    const struct {
+        const char *from, *to, *place, *says;
+    } cases[] = {
+        {"key=\"RESTART\" ", "", "15:1: error", "'task' needs the attribute 'key'"},
+        {"key=\"TWO\"", "key=\"restart\"", "20:12: error", "another one ahead has the key 'restart'"},
+        {"key=\"TWO\"", "key=\"a b\"", "20:12: error", "no command reaches this task"},
+        {"key=\"TWO\"", "name=\"x\" key=\"\"", "20:21: error", "no command reaches this task"},
+        {"${AGENT_BIN_DIR}", "${HOME}", "15:71: error", "'${HOME}' may not be substituted"},
+        {"name=\"UNIT\"", "name=\"unit\"", "16:14: warning", "the task's command does not hold 'unit'"},
+        {"startDelim=\"[\" ", "", "16:1: warning", "without a start delimiter"},
+        {"endDelim=\"]\"", "endDelim=\"\"", "16:45: warning", "without an end delimiter"},
+        {"\"false\"", "\"no\"", "16:62: warning", "only the exact text \"false\""},
+        {"<param", "<parm", "16:1: error", "did you mean 'param'?"},
+        {"rc=\"5\"", "rc=\"0\"", "18:9: warning", "return code 0 has a meaning already"},
+        {"rc=\"5\"", "rc=\"five\"", "18:9: error", "'five' is no number"},
+        {"\"success\"", "\"succes\"", "17:", "'succes' is no type of a return code; it counts as 10; did you mean 'SUCCESS'?"},
+        {" type=\"DOESNT_EXIST\"", "", "18:1: warning", "without a type the status is 10"},
+    };
+    for (const auto& c : cases) {
+        const std::string all = report(withTask(c.from, c.to));
+        EXPECT_THAT(all, HasSubstr(std::string("f:") + c.place)) << c.to;
+        EXPECT_THAT(all, HasSubstr(c.says)) << c.to;
+    }
+}
+
+TEST(Check, KnowsTheTableOfActions) {
+    const std::string group = "<ag table=\"ACT\" name=\"Take_Action_Status\"><attr name=\"TS\" type=\"1\" size=\"16\"/>"
+                              "<attr name=\"TSKNAME\" type=\"1\" size=\"256\"/><attr name=\"TSKID\" type=\"0\" size=\"4\"/></ag>";
+    EXPECT_EQ(report(fileWith(9, "</metadata>", group + "</metadata>")), "");
+    std::string wrong = group;
+    wrong.replace(wrong.find("TSKID"), 5, "TSKIDS");
+    EXPECT_THAT(report(fileWith(9, "</metadata>", wrong + "</metadata>")), HasSubstr("no column of this table; did you mean 'TSKID'?"));
+}
+
 }  // namespace
