@@ -57,7 +57,7 @@ TaskParameter::TaskParameter(const char* name, const char* defaultValue, const c
       default_(textOf(defaultValue)) {
     if (isQuoted()) {
         // Kept: a default is put in quotes as it stands, and "<EMPTY_STRING>" is no special text in them.
-        default_.insert(0, kQuote).append(kQuote);
+        default_ = std::string(kQuote).append(default_).append(kQuote);
     } else if (default_ == "<EMPTY_STRING>") {
         default_.clear();
     }
