@@ -17,7 +17,8 @@ class TextScan {
         return true;
     }
     bool literal(std::string_view text) {
-        if (static_cast<std::size_t>(end_ - at_) < text.size() || std::memcmp(at_, text.data(), text.size()) != 0) return false;
+        if (static_cast<std::size_t>(end_ - at_) < text.size()) return false;
+        if (std::memcmp(at_, text.data(), text.size()) != 0) return false;
         at_ += text.size();
         return true;
     }

@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <thread>
 
 #include "collection/TestClass.h"
 #include "host/base/TestClock.h"
@@ -280,6 +282,24 @@ TEST(ProcessQueryClass, AnyLimitLeavesOutProcessesWithoutCpu) {
     const Processes unlimited(proc, {});
     EXPECT_TRUE(unlimited.hasNoLimit());
     EXPECT_EQ(unlimited.limit(), -1);
+}
+
+// Collections of different tables run on threads of their own.
+TEST(ProcessQueryClass, TablesCollectAtOnce) {
+    const WithCorrections corrections("all");
+    FakeProc proc;
+    for (int pid = 1; pid <= 50; ++pid) proc.put(process(pid));
+    Processes first(proc, {kPid, kCpuPercent, kElapsedText, kWriteRate});
+    const std::unique_ptr<VXClientClass> copy(first.subnodeCopy("sub", nullptr));
+    std::string rows[2];
+    const auto collectOften = [](ProcessQueryClass& table, std::string& last) {
+        for (int i = 0; i < 20; ++i) last = collect(table);
+    };
+    std::thread other(collectOften, std::ref(*static_cast<ProcessQueryClass*>(copy.get())), std::ref(rows[1]));
+    collectOften(first, rows[0]);
+    other.join();
+    EXPECT_EQ(std::count(rows[0].begin(), rows[0].end(), ';'), 50);
+    EXPECT_EQ(rows[1], rows[0]);
 }
 
 TEST(ProcessQueryClass, NoProcessTableNoRows) {
