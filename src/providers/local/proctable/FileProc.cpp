@@ -23,7 +23,7 @@ bool FileBase::WriteNextLine(const char* text) {
 }
 
 ssize_t readOnce(int descriptor, void* buffer, std::size_t size) {
-    ssize_t got;
+    ssize_t got = -1;
     do {
         got = ::read(descriptor, buffer, size);
     } while (got < 0 && errno == EINTR);

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::size_t kFirstBuffer = 1024;
-constexpr std::size_t kLargestBuffer = 1024 * 1024;  // groups of many members take a lot
+constexpr std::size_t kLargestBuffer = 1024ul * 1024;  // groups of many members take a lot
 
 // Calls a reentrant look-up with a buffer that is large enough; the entry, null if there is none.
 template <class Entry, class Call>

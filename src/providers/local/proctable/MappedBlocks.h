@@ -6,7 +6,7 @@
 
 class MappedBlocks {
   public:
-    static constexpr std::size_t kBlockSize = 1024 * 1024;  // pages are used as they are touched
+    static constexpr std::size_t kBlockSize = 1024ul * 1024;  // pages are used as they are touched
 
     MappedBlocks() = default;
     ~MappedBlocks();

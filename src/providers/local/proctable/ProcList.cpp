@@ -110,7 +110,9 @@ bool ProcList::visitProcess(ProcReader& reader, const char* pid, ProcVisitor& vi
     }
     if (!readProcess(reader, pid)) return false;
     if (reader.wants(kCmdLine)) visitor.lookAt(reader.scratchWithCommandLine());
-    if (readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) visitor.visit(reader.scratch(), commandLine);
+    if (readCommandLine(rootDescriptor_.get(), root_.c_str(), pid, commandLine)) {
+        visitor.visit(reader.scratch(), commandLine);
+    }
     return true;
 }
 

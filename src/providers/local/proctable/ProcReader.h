@@ -37,8 +37,8 @@ class ProcReader {
     std::string pathOf(const char* pid) const { return std::string(root_) + "/" + pid; }
 
   private:
-    static constexpr std::size_t kFirstBuffer = 16 * 1024;
-    static constexpr std::size_t kLargestFile = 1024 * 1024;
+    static constexpr std::size_t kFirstBuffer = 16ul * 1024;
+    static constexpr std::size_t kLargestFile = 1024ul * 1024;
     enum class Fetch { Done, NotOpened, NotRead };
 
     void start(const char* pid);

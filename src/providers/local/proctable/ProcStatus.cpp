@@ -7,7 +7,8 @@ namespace {
 
 bool ids(std::string_view line, std::string_view name, int& real, int& effective, int& saved, int& fileSystem) {
     TextScan scan(line);
-    return scan.literal(name) && scan.number(real) && scan.number(effective) && scan.number(saved) && scan.number(fileSystem);
+    return scan.literal(name) && scan.number(real) && scan.number(effective) && scan.number(saved) &&
+           scan.number(fileSystem);
 }
 
 template <class Number>
@@ -33,8 +34,9 @@ struct MemoryLine {
     std::string_view name;
     unsigned long procstat::*value;
 };
-constexpr MemoryLine kMemory[] = {{"VmSize:", &procstat::vm_size}, {"VmLck:", &procstat::vm_lock}, {"VmRSS:", &procstat::vm_rss},
-                                  {"VmData:", &procstat::vm_data}, {"VmStk:", &procstat::vm_stack}, {"VmExe:", &procstat::vm_exe}};
+constexpr MemoryLine kMemory[] = {{"VmSize:", &procstat::vm_size}, {"VmLck:", &procstat::vm_lock},
+                                  {"VmRSS:", &procstat::vm_rss},   {"VmData:", &procstat::vm_data},
+                                  {"VmStk:", &procstat::vm_stack}, {"VmExe:", &procstat::vm_exe}};
 constexpr std::string_view kLib = "VmLib:";
 constexpr std::string_view kThreads = "Threads:";
 

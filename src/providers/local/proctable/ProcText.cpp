@@ -43,7 +43,7 @@ constexpr const char* kNoBracket = "Warn - strrchr failed - buffer format unknow
 }  // namespace
 
 const char* parseStat(std::string_view text, StatRule rule, procstat* record) {
-    unsigned long tail[4];
+    unsigned long tail[4] = {};
     if (rule == StatRule::Fields) {
         if (text.empty()) return "Warn - getline failed for stat file";
         const std::size_t bracket = text.rfind(')');

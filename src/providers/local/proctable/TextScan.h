@@ -17,15 +17,16 @@ class TextScan {
         return true;
     }
     bool literal(std::string_view text) {
-        if (static_cast<std::size_t>(end_ - at_) < text.size() || std::memcmp(at_, text.data(), text.size()) != 0) return false;
+        if (static_cast<std::size_t>(end_ - at_) < text.size()) return false;
+        if (std::memcmp(at_, text.data(), text.size()) != 0) return false;
         at_ += text.size();
         return true;
     }
     // %ld: saturates at both ends.
     bool number(long& out) {
-        bool negative;
-        unsigned long value;
-        bool over;
+        bool negative = false;
+        unsigned long value = 0;
+        bool over = false;
         if (!digits(negative, value, over)) return false;
         if (negative) {
             out = over || value > 1ul + LONG_MAX ? LONG_MIN : static_cast<long>(0ul - value);
@@ -36,29 +37,29 @@ class TextScan {
     }
     // %lu: a negative number wraps, one too great is ULONG_MAX.
     bool number(unsigned long& out) {
-        bool negative;
-        bool over;
-        unsigned long value;
+        bool negative = false;
+        bool over = false;
+        unsigned long value = 0;
         if (!digits(negative, value, over)) return false;
         out = over ? ULONG_MAX : negative ? 0ul - value : value;
         return true;
     }
     // %d: read as a long, of which the low 32 bits stay.
     bool number(int& out) {
-        long value;
+        long value = 0;
         if (!number(value)) return false;
         out = static_cast<int>(value);
         return true;
     }
     // %d into a wider field: the sign is extended.
     bool number32(long long& out) {
-        int value;
+        int value = 0;
         if (!number(value)) return false;
         out = value;
         return true;
     }
     bool skipNumber() {
-        long ignored;
+        long ignored = 0;
         return number(ignored);
     }
     // %s into `size` bytes: what does not fit is passed over.
@@ -89,11 +90,9 @@ class TextScan {
   private:
     static bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
+    // All three start as false and 0.
     bool digits(bool& negative, unsigned long& value, bool& over) {
         blanks();
-        negative = false;
-        over = false;
-        value = 0;
         if (at_ < end_ && (*at_ == '-' || *at_ == '+')) negative = *at_++ == '-';
         const char* const from = at_;
         while (at_ < end_ && *at_ >= '0' && *at_ <= '9') {

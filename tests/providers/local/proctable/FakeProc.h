@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "foundation/Corrections.h"
@@ -75,6 +76,12 @@ class FakeProc {
   private:
     host::test::Scratch scratch_;
 };
+
+// Threads of this process; a sanitizer may have one of its own.
+inline long ownThreads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<long>(std::distance(begin(tasks), end(tasks)));
+}
 
 // Corrections as named while it lives.
 class WithCorrections {
