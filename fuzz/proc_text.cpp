@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             check(sameFigures(ours, model));
             break;
         case 3:
-            parseIO(text, &ours);
+            parseIO(text, IoRule::Narrow, &ours);
             modelIO(text, &model);
             check(sameFigures(ours, model));
             break;

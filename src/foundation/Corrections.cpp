@@ -12,8 +12,9 @@ namespace {
 constexpr Correction kCorrections[] = {
     {"event-console", "the host is told to answer the event console's calls itself; the working calls come with the log source"},
     {"env-quoting", "a subnode's values in front of a script's command are quoted, so blanks and shell characters in them are harmless"},
-    {"proc-times", "user and system times of a process come from fields 14 to 17 of its stat line, not from the line's end"},
+    {"proc-times", "user and system times of a process come from fields 14 to 17 of its stat line, not from the line's end, whatever its name holds"},
     {"proc-status", "the lines of a process's status file are found by their names wherever they stand, so memory and threads are there"},
+    {"proc-io", "the I/O figures of a process have 64 bits, and one whose io file is closed to the agent shows 0, not its neighbour's"},
     {"task-quoting", "a quoted value of a task's parameter is literal: the shell expands nothing in it, and no parameter's name is looked for"},
     {nullptr, nullptr},
 };

@@ -27,6 +27,7 @@ ProcReader::ProcReader(const char* root, int rootDescriptor, unsigned figures)
       figures_(figures),
       statRule_(correctionIsOn("proc-times") ? StatRule::Fields : StatRule::Tail),
       statusRule_(correctionIsOn("proc-status") ? StatusRule::Names : StatusRule::Order),
+      ioRule_(correctionIsOn("proc-io") ? IoRule::Wide : IoRule::Narrow),
       buffer_(new char[kFirstBuffer]) {
     if (statRule_ == StatRule::Tail) figures_ |= ProcList::kStat;
     if (statusRule_ == StatusRule::Order || (figures_ & ProcList::kNames)) figures_ |= ProcList::kStatus;
@@ -77,14 +78,15 @@ void ProcReader::fail(const char* gone, const char* failed) const {
 }
 
 // The rules of order leave figures of the process before where a name or a file is unusual; so does an `io` that does not
-// read, always.
+// read, unless a correction is on.
 bool ProcReader::commandLineDecides() const {
     return statRule_ == StatRule::Fields && statusRule_ == StatusRule::Names && !wants(ProcList::kCmdLine);
 }
 
 void ProcReader::readCarriedOver(const char* pid) {
     start(pid);
-    if (wants(ProcList::kIo) && fetch("io", kLargestFile) == Fetch::Done) parseIO(text(), &scratch_);
+    if (!wants(ProcList::kIo) || ioRule_ == IoRule::Wide) return;
+    if (fetch("io", kLargestFile) == Fetch::Done) parseIO(text(), ioRule_, &scratch_);
 }
 
 void ProcReader::readStat() {
@@ -111,14 +113,16 @@ void ProcReader::readStatus() {
     names_.group(scratch_.fsgid, scratch_.fsgroup);
 }
 
-// A file that does not read, as that of another user's process, leaves the figures of the process before.
+// Kept: a file that does not read, as that of another user's process, leaves the figures of the process before, unless
+// the correction is on.
 void ProcReader::readIO() {
     TRACE_MESSAGES();
     const Fetch outcome = fetch("io", kLargestFile);
     if (outcome == Fetch::Done) {
-        parseIO(text(), &scratch_);
+        parseIO(text(), ioRule_, &scratch_);
         return;
     }
+    if (ioRule_ == IoRule::Wide) parseIO("", ioRule_, &scratch_);
     // Where it is closed to the agent, the process is there.
     if (outcome == Fetch::NotOpened && errno != EACCES && isGone()) fail(kDirectoryGone, kDirectoryGone);
     trace_detail("Warn - getline failed for io file");

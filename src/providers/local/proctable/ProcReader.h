@@ -57,6 +57,7 @@ class ProcReader {
     unsigned figures_;
     StatRule statRule_;
     StatusRule statusRule_;
+    IoRule ioRule_;
     procstat scratch_{};
     IdNames names_;
     std::unique_ptr<char[]> buffer_;

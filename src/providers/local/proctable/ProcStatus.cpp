@@ -45,8 +45,19 @@ class OrderedStatus {
   public:
     explicit OrderedStatus(procstat* record) : r_(record) {}
     bool isSettled() const { return memory_ && threads_; }
+    // The end of what can be read; false if it came too early.
+    bool end() {
+        TRACE_MESSAGES();
+        if (!givenUp_) return false;
+        trace_detail("No Process thread count - pre-2.6 kernel");
+        r_->nlwp = -1;
+        threads_ = true;
+        return true;
+    }
     void take(std::string_view line) {
-        if (identified_ < kIdentifying) {
+        if (givenUp_) {
+            threadCount(line);
+        } else if (identified_ < kIdentifying) {
             if (identifies(line)) ++identified_;
         } else if (!figures(line)) {
             other();
@@ -81,7 +92,7 @@ class OrderedStatus {
     bool figures(std::string_view line) {
         for (const MemoryLine& m : kMemory) {
             if (!holds(line, m.name)) continue;
-            figure(line, m.name, r_->*m.value);
+            if (figure(line, m.name, r_->*m.value)) supplied_ |= bitOf(m);
             return true;
         }
         if (line.starts_with(kLib)) {
@@ -89,6 +100,10 @@ class OrderedStatus {
             memory_ = true;
             return true;
         }
+        return threadCount(line);
+    }
+
+    bool threadCount(std::string_view line) {
         if (!line.starts_with(kThreads)) return false;
         figure(line, kThreads, r_->nlwp);
         threads_ = true;
@@ -104,22 +119,25 @@ class OrderedStatus {
         }
         if (!memory_) {
             trace_detail("Kernel thread - no VM data");
-            // Kept: vm_data stays as it is.
-            r_->vm_size = r_->vm_lock = r_->vm_rss = r_->vm_stack = r_->vm_exe = r_->vm_lib = 0;
+            for (const MemoryLine& m : kMemory) {
+                // Kept: vm_data stays as it is.
+                if (m.value != &procstat::vm_data && !(supplied_ & bitOf(m))) r_->*m.value = 0;
+            }
+            r_->vm_lib = 0;
             memory_ = true;
         }
-        if (!threads_) {
-            trace_detail("No Process thread count - pre-2.6 kernel");
-            r_->nlwp = -1;
-            threads_ = true;
-        }
+        givenUp_ = !threads_;  // which stand behind the memory, and are still looked for
     }
+
+    static unsigned bitOf(const MemoryLine& m) { return 1u << (&m - kMemory); }
 
     procstat* r_;
     int identified_ = 0;
     int others_ = 0;
+    unsigned supplied_ = 0;  // bits of the memory lines of this file
     bool memory_ = false;
     bool threads_ = false;
+    bool givenUp_ = false;  // on all but the thread count
 };
 
 // One line by its name; whether it has one of those that are read.
@@ -180,7 +198,7 @@ const char* parseStatus(std::string_view text, StatusRule rule, procstat* record
     OrderedStatus status(record);
     std::string_view line;
     while (!status.isSettled()) {
-        if (!nextProcLine(text, line)) return kFailed;
+        if (!nextProcLine(text, line)) return status.end() ? nullptr : kFailed;
         if (!line.empty()) status.take(line);
     }
     return nullptr;

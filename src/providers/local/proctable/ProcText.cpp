@@ -84,7 +84,7 @@ const char* parseStatM(std::string_view text, procstat* r) {
     return nullptr;
 }
 
-void parseIO(std::string_view text, procstat* r) {
+void parseIO(std::string_view text, IoRule rule, procstat* r) {
     TRACE_MESSAGES();
     const struct {
         std::string_view test;     // anywhere in the line
@@ -94,6 +94,9 @@ void parseIO(std::string_view text, procstat* r) {
                  {"syscr:", "syscr:", &r->syscr},          {"syscw:", "syscw:", &r->syscw},
                  {"read_bytes:", "read_bytes:", &r->read_bytes}, {"write_bytes", "write_bytes:", &r->write_bytes}};
     constexpr int kItems = 6;
+    if (rule == IoRule::Wide) {
+        for (const auto& item : items) *item.value = 0;
+    }
     std::string_view line;
     for (int found = 0; found < kItems;) {
         if (!nextProcLine(text, line)) {
@@ -107,7 +110,8 @@ void parseIO(std::string_view text, procstat* r) {
         for (const auto& item : items) {
             if (line.find(item.test) == std::string_view::npos) continue;
             TextScan scan(line);
-            static_cast<void>(scan.literal(item.literal) && scan.number32(*item.value));
+            static_cast<void>(scan.literal(item.literal) &&
+                              (rule == IoRule::Wide ? scan.number(*item.value) : scan.number32(*item.value)));
             ++found;
             break;
         }

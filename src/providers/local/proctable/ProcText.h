@@ -25,15 +25,21 @@ const char* parseStatM(std::string_view text, procstat* record);
 // Which lines of `status` are read.
 enum class StatusRule {
     // Kept: six lines that identify the process, then memory and threads; once seven others were seen there, the next one
-    // settles what is still open: no memory, no thread count. A line that does not read, or none, fails.
+    // gives the memory up: what the file has not supplied until then is 0 (but for vm_data), and only the thread count is
+    // still looked for, -1 if it does not come. A line that does not read, or none, fails before that.
     Order,
     // Each by its name, wherever it stands. A process without memory has none (zeros), one without threads -1.
     Names,
 };
 const char* parseStatus(std::string_view text, StatusRule rule, procstat* record);
 
+// How wide the figures of `io` are.
+enum class IoRule {
+    Narrow,  // Kept: 32 bits with a sign, which wrap past 2 GB
+    Wide,    // 64 bits; what the text does not supply is 0
+};
 // `io`; a line that does not read ends it.
-void parseIO(std::string_view text, procstat* record);
+void parseIO(std::string_view text, IoRule rule, procstat* record);
 
 // `uptime`: whole seconds, false if it is no number.
 bool parseUptime(const char* text, unsigned long* seconds);

@@ -51,6 +51,12 @@ class TextScan {
         out = static_cast<int>(value);
         return true;
     }
+    bool number(long long& out) {
+        long value = 0;
+        if (!number(value)) return false;
+        out = value;
+        return true;
+    }
     // %d into a wider field: the sign is extended.
     bool number32(long long& out) {
         int value = 0;

@@ -90,7 +90,7 @@ TEST(ProcList, TakesEveryFigureOfAProcess) {
     EXPECT_EQ(text16(r->fsgroup), "7654321");
     EXPECT_EQ(r->syscw, 4);
     EXPECT_EQ(r->read_bytes, -1);
-    EXPECT_EQ(r->write_bytes, 1) << "32 bits";
+    EXPECT_EQ(r->write_bytes, 4294967297) << "64 bits";
     EXPECT_STREQ(r->cmdline, "/usr/bin/worker -v ");
 }
 
@@ -130,7 +130,7 @@ TEST(ProcList, OfTheLiveMachine) {
         EXPECT_EQ(self->ppid, getppid());
         EXPECT_EQ(self->ruid, static_cast<int>(getuid()));
         EXPECT_STREQ(self->cmd, "test_proctable");
-        EXPECT_EQ(self->nlwp, *corrections ? ownThreads() : -1);
+        EXPECT_EQ(self->nlwp, ownThreads());
         EXPECT_GT(list.getSecondsSinceBoot(), 0u);
     }
 }
@@ -216,7 +216,7 @@ TEST(ProcList, FiguresCarryOver) {
         const procstat* before = nullptr;
         for (const procstat* p = list.getNextEntry(); p; before = p, p = list.getNextEntry()) {
             if (p->pid != 2) continue;
-            EXPECT_EQ(p->read_bytes, before ? 1000 : 0);
+            EXPECT_EQ(p->read_bytes, before && !*corrections ? 1000 : 0);
             EXPECT_EQ(p->utime, *corrections ? 77u : before ? 77u : 0u);
             EXPECT_STREQ(p->cmd, "a");
         }

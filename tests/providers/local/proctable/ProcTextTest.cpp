@@ -33,7 +33,7 @@ void compare(File file, const std::string& text) {
             modelRead = modelStatus(text, &model);
             break;
         case kIOFile:
-            parseIO(text, &ours);
+            parseIO(text, IoRule::Narrow, &ours);
             modelIO(text, &model);
     }
     EXPECT_EQ(read, modelRead) << file << ": " << text;
@@ -171,6 +171,22 @@ TEST(ProcText, WhereTheTimesAre) {
     }
 }
 
+TEST(ProcText, HowWideTheFiguresOfIoAre) {
+    const std::string text = "rchar: 5000000000\nwchar: 1\nread_bytes: 4294967297\n";
+    procstat r{};
+    r.write_bytes = 99;
+    parseIO(text, IoRule::Narrow, &r);
+    EXPECT_EQ(r.rchar, 705032704);
+    EXPECT_EQ(r.read_bytes, 1);
+    EXPECT_EQ(r.write_bytes, 99);
+    parseIO(text, IoRule::Wide, &r);
+    EXPECT_EQ(r.rchar, 5000000000);
+    EXPECT_EQ(r.read_bytes, 4294967297);
+    EXPECT_EQ(r.write_bytes, 0);
+    parseIO("", IoRule::Wide, &r);
+    EXPECT_EQ(r.rchar, 0);
+}
+
 TEST(ProcText, WhichLinesOfStatusAreRead) {
     const FakeProcess p = named("worker");
     const std::string kernelThread = "Name:\tkthreadd\nState:\tS\nPid:\t2\nPPid:\t0\nUid:\t0\t0\t0\t0\nGid:\t0\t0\t0\t0\nFDSize:\t64\n"
@@ -184,10 +200,12 @@ TEST(ProcText, WhichLinesOfStatusAreRead) {
         unsigned long size, data, lib;
         long threads;
     } cases[] = {
-        // Eight others in front of the memory: given up. Seven: the line behind two of memory gives it up.
-        {StatusRule::Order, p.status(), true, 0, 99, 0, -1},
+        // Eight others in front of the memory: given up. Seven: the line behind two of memory gives it up, and they stay.
+        {StatusRule::Order, p.status(), true, 0, 99, 0, 1},
         {StatusRule::Names, p.status(), true, 4096, 2, 5, 1},
-        {StatusRule::Order, p.status(six + "g\n"), true, 0, 99, 0, -1},
+        {StatusRule::Order, p.status(six + "g\n"), true, 4096, 99, 0, 1},
+        {StatusRule::Order, p.status(six + "g\nh\n"), true, 0, 99, 0, 1},
+        {StatusRule::Order, replaced(p.status(six + "g\nh\n"), "Threads:", "Strings:"), true, 0, 99, 0, -1},
         {StatusRule::Order, p.status("FDSize:\t64\nGroups:\t0 \nVmPeak:\t1 kB\n"), true, 4096, 2, 5, 1},
         // Threads in front of the eighth other line count.
         {StatusRule::Order, p.status("Threads:\t3\n" + six + "g\nh\n"), true, 0, 99, 0, 3},

@@ -107,12 +107,21 @@ inline bool modelStatus(const std::string& text, procstat* r) {
                   {"VmRSS:", "VmRSS: %lu ", &r->vm_rss},    {"VmData:", "VmData: %lu ", &r->vm_data},
                   {"VmStk:", "VmStk: %lu ", &r->vm_stack},  {"VmExe:", "VmExe: %lu ", &r->vm_exe}};
     ModelLines lines(text);
-    bool haveMemory = false, haveThreads = false;
+    bool haveMemory = false, haveThreads = false, givenUp = false;
+    bool supplied[6] = {};
     int identified = 0, skipped = 0;
     while (!haveMemory || !haveThreads) {
-        if (!lines.next()) return false;
+        if (!lines.next()) {
+            if (givenUp) r->nlwp = -1;
+            return givenUp;
+        }
         const char* const line = lines.line;
         if (!*line) continue;
+        if (givenUp) {
+            haveThreads = std::strncmp(line, "Threads:", 8) == 0;
+            if (haveThreads) std::sscanf(line, "Threads: %ld", &r->nlwp);
+            continue;
+        }
         if (identified < 6) {
             modelIdentify(line, r, &identified);
             continue;
@@ -120,7 +129,7 @@ inline bool modelStatus(const std::string& text, procstat* r) {
         bool known = false;
         for (const auto& m : memory) {
             if (known || !std::strstr(line, m.name)) continue;
-            std::sscanf(line, m.format, m.value);
+            if (std::sscanf(line, m.format, m.value) == 1) supplied[&m - memory] = true;
             known = true;
         }
         if (known) continue;
@@ -131,9 +140,12 @@ inline bool modelStatus(const std::string& text, procstat* r) {
             std::sscanf(line, "Threads: %ld", &r->nlwp);
             haveThreads = true;
         } else if (skipped > 6) {
-            if (!haveMemory) r->vm_size = r->vm_lock = r->vm_rss = r->vm_stack = r->vm_exe = r->vm_lib = 0;
-            if (!haveThreads) r->nlwp = -1;
-            haveMemory = haveThreads = true;
+            for (const auto& m : memory) {
+                if (!haveMemory && m.value != &r->vm_data && !supplied[&m - memory]) *m.value = 0;
+            }
+            if (!haveMemory) r->vm_lib = 0;
+            haveMemory = true;
+            givenUp = !haveThreads;
         } else {
             ++skipped;
         }
