@@ -2,8 +2,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "collection/rows/ResultMetric.h"
+#include "foundation/HashMap.h"
 #include "foundation/Trace.h"
 
 namespace {
@@ -17,6 +19,41 @@ const List& noDerivedCells() {
 }
 
 }  // namespace
+
+// The cells of a wide row by name, of several with one name the latest: open addressing, one pointer for each place, because
+// a table keeps as many of these as it has rows.
+class ResultInstance::CellIndex {
+  public:
+    void put(ResultMetric* cell) {
+        if (!cell->getQMPVMetricName()) return;
+        if ((count_ + 1) * 4 > places_.size() * 3) grow();
+        ResultMetric*& place = placeOf(cell->getQMPVMetricName());
+        count_ += place ? 0 : 1;
+        place = cell;
+    }
+    ResultMetric* get(const char* name) const { return const_cast<CellIndex*>(this)->placeOf(name); }
+
+  private:
+    static constexpr std::size_t kPlaces = 32;  // at first; a power of two
+
+    // Where the cell of that name stands, or would.
+    ResultMetric*& placeOf(const char* name) {
+        const std::size_t mask = places_.size() - 1;
+        std::size_t at = hash_function(name) & mask;
+        while (places_[at] && std::strcmp(places_[at]->getQMPVMetricName(), name) != 0) at = (at + 1) & mask;
+        return places_[at];
+    }
+    void grow() {
+        std::vector<ResultMetric*> old(places_.size() * 2);
+        old.swap(places_);
+        for (ResultMetric* cell : old) {
+            if (cell) placeOf(cell->getQMPVMetricName()) = cell;
+        }
+    }
+
+    std::vector<ResultMetric*> places_ = std::vector<ResultMetric*>(kPlaces);
+    std::size_t count_ = 0;
+};
 
 ResultInstance::ResultInstance(const char* name, int expectedMetricCount) : expectedCount_(expectedMetricCount) {
     if (!name) name = "";
@@ -37,26 +74,21 @@ ResultInstance::~ResultInstance() {
         for (int i = 0; i < derived_->getCount(); ++i) delete static_cast<ResultMetric*>(derived_->get(i));
         delete derived_;
     }
-    delete metricMap_;
+    delete index_;
     std::free(name_);
     std::free(timestamp_);
 }
 
 void ResultInstance::enter(ResultMetric* cell) {
-    if (metricMap_) {
-        metricMap_->put(cell->getQMPVMetricName(), cell);
+    if (index_) {
+        index_->put(cell);
         return;
     }
     const int cells = actualCount_ + (derived_ ? derived_->getCount() : 0);
     if (cells <= kShortWalk) return;
-    metricMap_ = new HashMap(cells);
-    for (ResultMetric* c = first_; c; c = static_cast<ResultMetric*>(c->getNextElement())) {
-        metricMap_->put(c->getQMPVMetricName(), c);
-    }
-    for (int i = 0; derived_ && i < derived_->getCount(); ++i) {
-        auto* c = static_cast<ResultMetric*>(derived_->get(i));
-        metricMap_->put(c->getQMPVMetricName(), c);
-    }
+    index_ = new CellIndex;
+    for (ResultMetric* c = first_; c; c = static_cast<ResultMetric*>(c->getNextElement())) index_->put(c);
+    for (int i = 0; derived_ && i < derived_->getCount(); ++i) index_->put(static_cast<ResultMetric*>(derived_->get(i)));
 }
 
 void ResultInstance::addMetric(ResultMetric* cell) {
@@ -127,7 +159,7 @@ void ResultInstance::addDerivedMetric(ResultMetric* cell) {
 
 ResultMetric* ResultInstance::getMetric(const char* attributeName) const {
     if (!attributeName) return nullptr;
-    if (metricMap_) return static_cast<ResultMetric*>(metricMap_->get(attributeName));
+    if (index_) return index_->get(attributeName);
     const auto matches = [attributeName](const ResultMetric* cell) {
         const char* name = cell->getQMPVMetricName();
         return name == attributeName || (name && std::strcmp(name, attributeName) == 0);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "collection/rows/Metric.h"
-#include "foundation/HashMap.h"
 #include "foundation/List.h"
 #include "foundation/UTF8String.h"
 
@@ -134,7 +133,8 @@ class ResultInstance : public ListElement {
     ResultMetric* first_ = nullptr;
     ResultMetric* last_ = nullptr;
     // Made when a row has more cells than a short walk covers, so that narrow rows cost no table.
-    HashMap* metricMap_ = nullptr;
+    class CellIndex;
+    CellIndex* index_ = nullptr;
     List* derived_ = nullptr;
     char* timestamp_ = nullptr;
 };
