@@ -55,6 +55,7 @@ int ApplicationPingListElement::isApplicationAvailable() {
     lastReturnCode_ = RC_GENERAL_ERROR;
     trace_detail("Running Application Ping Command %s", script_.c_str());
     auto command = std::make_unique<CommandWithTimeout>(script_.c_str(), timeout_);
+    command->discardOutput();
     const int outcome = command->runCommand();
     if (outcome == 0) return judge(command->getRC());
     if (outcome == 1) {
