@@ -59,6 +59,9 @@ class AvailabilityCheck {
         codes_.clear();
         walk(section);
         endTest();
+        if (section.children.empty()) {
+            tell(section.offset, Problem::Warning, "the section is empty: without a filter or a test anywhere there is no table");
+        }
     }
 
   private:

@@ -122,6 +122,7 @@ TEST(AvailabilityCheck, ReturnCodesThatCountOtherwise) {
 
 TEST(AvailabilityCheck, TheAttributeGroupAndItsSections) {
     EXPECT_THAT(report(fileWith("")), HasSubstr("attribute group 'Availability' has no data source"));
+    EXPECT_THAT(report(fileWith("<process_list></process_list>")), HasSubstr("f:4:1: warning: the section is empty"));
     EXPECT_THAT(report(fileWith(kTests, "Available")),
                 HasSubstr("f:4:1: error: attribute group 'Availability', which this section fills, is not declared"));
     const std::string script = "<script app=\"TST\" ag=\"Availability\" name=\"s\" command=\"x\" separator=\",\">"
