@@ -227,6 +227,7 @@ void CommandWithTimeout::runLocal() {
             child.finish();
             return end(CWT_FAILED);
         }
+        if (discardsOutput_) continue;
         used += static_cast<std::size_t>(n);
         if (used < capacity - 1) continue;
         char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity * 2));

@@ -33,6 +33,8 @@ class CommandWithTimeout {
     // Neither joins nor looks at the status: destroying a running object is the caller's error.
     virtual ~CommandWithTimeout();
 
+    // Before runCommand: the local command's output is read and dropped, so that it takes no memory whatever is written.
+    void discardOutput() { discardsOutput_ = true; }
     // Starts the worker and waits, once for an object. 0: finished with a known return code, worker joined. 1: timed
     // out, the worker goes on and the object must live on (see CommandWithTimeoutList). -1: no usable result, worker
     // joined; the caller destroys the object.
@@ -93,6 +95,7 @@ class CommandWithTimeout {
     const int timeout_;
     const std::string command_;
     const std::string environment_;
+    bool discardsOutput_ = false;
     Text stdout_;
     std::size_t stdoutSize_ = 0;
     Text stderr_;

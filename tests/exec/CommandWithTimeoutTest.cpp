@@ -55,6 +55,14 @@ void drain(CommandWithTimeoutList& list) {
 
 }  // namespace
 
+TEST(CommandWithTimeout, DiscardedOutputIsReadAllTheSame) {
+    CommandWithTimeout run("head -c 1000000 /dev/zero && exit 7", 20);
+    run.discardOutput();
+    EXPECT_EQ(run.runCommand(), 0);
+    EXPECT_EQ(run.getRC(), 7) << "the command could write all it had";
+    EXPECT_STREQ(run.getStdout(), "");
+}
+
 TEST(CommandWithTimeout, ReturnCodes) {
     struct Case {
         const char* command;

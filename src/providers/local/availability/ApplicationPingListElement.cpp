@@ -1,10 +1,8 @@
 #include "providers/local/availability/ApplicationPingListElement.h"
 
-#include <cstdlib>
-
 #include "foundation/Trace.h"
-#include "foundation/Utilities.h"
 #include "platform/zsb.h"
+#include "providers/local/availability/SubstitutedText.h"
 
 namespace {
 
@@ -12,17 +10,10 @@ enum Judgement { kDown = 0, kUp = 1, kUnknown = 2 };
 
 constexpr const char* kUnexpected = "There was an unexpected return code received from the functionality test.";
 
-std::string substituted(const char* text) {
-    char* replaced = Utilities::substituteEnvVars(text, nullptr, nullptr, false);
-    std::string copy = replaced ? replaced : "";
-    std::free(replaced);
-    return copy;
-}
-
 }  // namespace
 
 ApplicationPingListElement::ApplicationPingListElement(const char* component, const char* script)
-    : component_(component ? component : ""), script_(substituted(script)) {
+    : component_(component ? component : ""), script_(substitutedText(script, false)) {
     readTimeout();
 }
 
@@ -55,6 +46,7 @@ int ApplicationPingListElement::isApplicationAvailable() {
     lastReturnCode_ = RC_GENERAL_ERROR;
     trace_detail("Running Application Ping Command %s", script_.c_str());
     auto command = std::make_unique<CommandWithTimeout>(script_.c_str(), timeout_);
+    command->discardOutput();
     const int outcome = command->runCommand();
     if (outcome == 0) return judge(command->getRC());
     if (outcome == 1) {

@@ -1,18 +1,11 @@
 #include "providers/local/availability/ProcessListElement.h"
 
-#include <cstdlib>
-
-#include "foundation/Utilities.h"
+#include "providers/local/availability/SubstitutedText.h"
 
 namespace {
 
 // Every variable may be named in a filter: its texts are compared, never run.
-std::string substituted(const char* text) {
-    char* replaced = Utilities::substituteEnvVars(text, nullptr, nullptr, true);
-    std::string copy = replaced ? replaced : "";
-    std::free(replaced);
-    return copy;
-}
+std::string substituted(const char* text) { return substitutedText(text, true); }
 
 }  // namespace
 

@@ -111,6 +111,21 @@ TEST(ApplicationPing, ExitCodeZeroIsNoSuccessUnlessItIsListed) {
     EXPECT_EQ(test.getLastReturnCode(), RC_GENERAL_ERROR);
 }
 
+TEST(ApplicationPing, OutputTakesNoMemory) {
+    constexpr long kMegabytes = 256;
+    const auto largestResidentKilobytes = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;
+    };
+    const std::string script = "head -c " + std::to_string(kMegabytes << 20) + " /dev/zero";
+    ApplicationPingListElement test("Component", script.c_str());
+    add(test, "0", "OK", "works");
+    const long before = largestResidentKilobytes();
+    EXPECT_EQ(test.isApplicationAvailable(), 1);
+    EXPECT_LT(largestResidentKilobytes() - before, (kMegabytes << 10) / 4);
+}
+
 TEST(ApplicationPing, LaunchFailure) {
     rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);

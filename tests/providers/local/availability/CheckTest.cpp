@@ -62,7 +62,7 @@ TEST(AvailabilityCheck, FaultsOfFiltersAndScripts) {
     EXPECT_THAT(report(fileWith(changed(kProcesses, "procname=\"a\"", "procname=\"*\""))), HasSubstr("warning: 'matcharg' plays no part"));
     const std::string rc = "<rc rc=\"0\" type=\"OK\"/>";
     const std::string test = "<app_ping name=\"P\" script=\"x\"/>";
-    EXPECT_EQ(report(fileWith("<app_ping_list>" + test + rc + rc + "</app_ping_list>")), "") << "it belongs to the test before";
+    EXPECT_EQ(report(fileWith("<app_ping_list>" + test + rc + "</app_ping_list>")), "") << "it belongs to the test before";
     const std::string wrong = report(fileWith("<app_ping_list>" + rc + test + test + rc + test + "</app_ping_list>"));
     EXPECT_THAT(wrong, HasSubstr("f:4:16: error: the rc stands in no app_ping"));
     EXPECT_THAT(wrong, HasSubstr("f:4:38: warning: the test has no rc element"));
@@ -71,8 +71,58 @@ TEST(AvailabilityCheck, FaultsOfFiltersAndScripts) {
     EXPECT_THAT(report(fileWith(changed(kTests, "\"x\"", "\"${HOME}/x\""))), HasSubstr("'${HOME}' may not be substituted"));
 }
 
+TEST(AvailabilityCheck, FiltersThatDoNotWhatTheySay) {
+    const auto process = [](const std::string& attributes) {
+        return report(fileWith("<process_list><process name=\"A\" " + attributes + "/></process_list>"));
+    };
+    const struct {
+        const char* attributes;
+        const char* warning;
+    } cases[] = {
+        {"procname=\"/bin/a\"", "f:4:43: warning: no base name holds a '/' or a blank: nothing matches"},
+        {"procname=\"a -x\"", "no base name holds a '/' or a blank"},
+        {"procname=\"http*\"", "'http*' is compared as it is"},
+        {"procname=\"\"", "an empty 'procname' is not '*'"},
+        {"procname=\"a\" fullname=\"/bin\"", "'fullname' plays no part: 'matchfullname' is not \"true\""},
+        {"procname=\"a\" matchfullname=\"true\" fullname=\"/a b\"", "'/a b' never matches: 'matchfullname' cuts"},
+        {"procname=\"a\" arg=\"-x\" matcharg=\"false\"",
+         "'arg' plays no part: none of 'matcharg', 'matchfullarg', 'matchargwithvalue' is \"true\""},
+        {"procname=\"a\" arg=\"-x\" matcharg=\"true\" value=\"1\"", "'value' plays no part"},
+        {"procname=\"a\" arg=\"-x y\" matchfullarg=\"true\"", "'-x y' never matches: 'matchfullarg' cuts"},
+        {"procname=\"a\" arg=\"-x=1\" value=\"1\" matchargwithvalue=\"true\"", "'-x=1' never matches"},
+        {"procname=\"a\" arg=\"-x\" value=\"a=b\" matchargwithvalue=\"true\"", "'a=b' never matches"},
+        {"procname=\"a\" childApplicationCompName=\"Kids\"", "'childApplicationCompName' plays no part"},
+    };
+    for (const auto& c : cases) {
+        const std::string told = process(c.attributes);
+        EXPECT_THAT(told, HasSubstr(c.warning)) << c.attributes;
+        EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 3) << told;
+    }
+    for (const char* fine : {"procname=\"${DIR}/a\"", "procname=\"a\" arg=\"-x=1 y\" matcharg=\"true\"",
+                             "procname=\"a\" arg=\"-x=1\" matchfullarg=\"true\"",
+                             "procname=\"a\" includeChildProcesses=\"true\" childApplicationCompName=\"Kids\""}) {
+        EXPECT_EQ(process(fine), "");
+    }
+}
+
+TEST(AvailabilityCheck, ReturnCodesThatCountOtherwise) {
+    const auto section = [](const std::string& content) {
+        return report(fileWith("<app_ping_list>" + content + "</app_ping_list>"));
+    };
+    const std::string test = "<app_ping name=\"P\" script=\"x\">";
+    const std::string rc = "<rc rc=\"1\" type=\"OK\"/>";
+    EXPECT_THAT(section(test + rc + rc + "</app_ping>"), HasSubstr("return code 1 has a meaning already; the last one counts"));
+    EXPECT_EQ(section(test + rc + "</app_ping>" + test + rc + "</app_ping>"), "") << "each test has codes of its own";
+    EXPECT_THAT(section(test + "<rc rc=\"256\" type=\"OK\"/></app_ping>"), HasSubstr("no command ends with 256"));
+    EXPECT_THAT(section(test + "<rc rc=\"-1\" type=\"OK\"/></app_ping>"), HasSubstr("no command ends with -1"));
+    EXPECT_THAT(section("<app_ping name=\"P\" script=\"\">" + rc + "</app_ping>"), HasSubstr("an empty script always ends with"));
+    // The code behind the inner test is the inner test's.
+    EXPECT_THAT(section(test + test + "</app_ping>" + rc + "</app_ping>"), HasSubstr("f:4:16: warning: the test has no rc element"));
+}
+
 TEST(AvailabilityCheck, TheAttributeGroupAndItsSections) {
     EXPECT_THAT(report(fileWith("")), HasSubstr("attribute group 'Availability' has no data source"));
+    EXPECT_THAT(report(fileWith("<process_list></process_list>")), HasSubstr("f:4:1: warning: the section is empty"));
     EXPECT_THAT(report(fileWith(kTests, "Available")),
                 HasSubstr("f:4:1: error: attribute group 'Availability', which this section fills, is not declared"));
     const std::string script = "<script app=\"TST\" ag=\"Availability\" name=\"s\" command=\"x\" separator=\",\">"

@@ -53,6 +53,8 @@ TEST(ProcessFilter, Matching) {
         {"sshd", kNone, "/other", "other", "x", "/usr/sbin/sshd -D", true},  // without flags only the base name counts
         {"SSHD", kNone, nullptr, nullptr, nullptr, "/usr/sbin/sshd", true},
         {"ssh", kNone, nullptr, nullptr, nullptr, "/usr/sbin/sshd", false},
+        {"sshd", kNone, nullptr, nullptr, nullptr, "sshd: /usr/sbin/sshd -D [listener] 0 of 10-100 startups", false},
+        {"sshd:", kArg, nullptr, "[listener]", nullptr, "sshd: /usr/sbin/sshd -D [listener] 0 of 10-100 startups", true},
         {"*", kFullName | kArg | kFullArg | kArgWithValue, "no", "no", "no", "/bin/a", true},
         {"**", kNone, nullptr, nullptr, nullptr, "/bin/a", false},
         {"a", kFullName, "/OPT/A", nullptr, nullptr, "/opt/app/bin/a", true},
