@@ -25,6 +25,11 @@ bool isKnown(int figure) {
 
 unsigned long long u64(long value) { return static_cast<unsigned long long>(value); }
 
+// Wraps.
+long long sum(long long a, long long b) {
+    return static_cast<long long>(static_cast<unsigned long long>(a) + static_cast<unsigned long long>(b));
+}
+
 // Seconds since the start of a process, in 32 bits.
 int elapsedSeconds(unsigned long secondsSinceBoot, unsigned long startTime) {
     const auto start = static_cast<unsigned>(startTime / hertz);
@@ -191,7 +196,7 @@ ResultMetric* ProcessQueryClass::cell(const Column& column, Process& p) {
             return number(p.cpu.cpu);
         case kUserPercent: return number(u64(p.cpu.user));
         case kSystemPercent: return number(p.cpu.system);
-        case kTotalIORate: return rate(ProcessRates::TotalIO, r.read_bytes + r.write_bytes);
+        case kTotalIORate: return rate(ProcessRates::TotalIO, sum(r.read_bytes, r.write_bytes));
         case kPageFaultRate: return rate(ProcessRates::PageFaults, static_cast<long long>(r.maj_flt));
         case kThreadCount: return number(u64(r.nlwp));
         case kResidentKilobytes: return number(static_cast<unsigned long long>(r.vm_rss));

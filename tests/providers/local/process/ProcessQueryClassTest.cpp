@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <thread>
 
@@ -182,7 +183,7 @@ TEST(ProcessQueryClass, OnlyTheFilesThatAreNeededAreRead) {
             proc.remove(1, file);
             std::filesystem::create_directories(proc.path(1, file));
             Processes processes(proc, c.figures);
-            const Traced traced("NONE (UNIT:ProcReader DETAIL)");
+            const Traced traced("NONE (UNIT:ProcText DETAIL)");
             if (collect(processes).empty() || traced.has("getline failed for io file")) needed += std::string(file) + " ";
         }
         EXPECT_EQ(needed, c.files) << c.corrections;
@@ -302,6 +303,43 @@ TEST(ProcessQueryClass, TablesCollectAtOnce) {
     EXPECT_EQ(rows[1], rows[0]);
 }
 
+// Without the correction a closed `io` shows the figures of a neighbour; with it none, and the trace tells of it once.
+TEST(ProcessQueryClass, AnIoThatIsClosed) {
+    const WithCorrections corrections("all");
+    const testclock::Guard frozen;
+    FakeProc proc;
+    FakeProcess p = process(1);
+    proc.put(p);
+    proc.put(process(2));
+    proc.remove(2, "io");
+    Processes processes(proc, {kPid, kWriteRate});
+    EXPECT_EQ(collect(processes), "i1,u0;i2,u0;");
+    testclock::advance(seconds(1));
+    p.writeBytes = 5000;
+    proc.put(p);
+    const Traced traced("NONE (UNIT:ProcReader DETAIL) (UNIT:ProcText DETAIL)");
+    EXPECT_EQ(collect(processes), "i1,u5000;i2,u0;");
+    const std::string text = traced.text();
+    const std::size_t told = text.find("Warn - getline failed for io file");
+    EXPECT_NE(told, std::string::npos);
+    EXPECT_EQ(text.find("Warn - getline failed for io file", told + 1), std::string::npos) << text;
+}
+
+TEST(ProcessQueryClass, TheSumOfTheLargestIOFigures) {
+    const WithCorrections corrections("all");
+    const testclock::Guard frozen;
+    FakeProc proc;
+    FakeProcess p = process(1);
+    p.readBytes = p.writeBytes = std::numeric_limits<long long>::max() / 2;
+    proc.put(p);
+    Processes processes(proc, {kTotalIORate});
+    collect(processes);
+    testclock::advance(seconds(1));
+    p.readBytes = p.writeBytes = std::numeric_limits<long long>::max();
+    proc.put(p);
+    EXPECT_EQ(collect(processes), "u0;") << "wraps, as a counter that fell";
+}
+
 TEST(ProcessQueryClass, NoProcessTableNoRows) {
     const Traced traced("NONE");
     class Rootless : public ProcessQueryClass {
@@ -355,7 +393,8 @@ TEST(ProcessQueryClass, ASectionOfTheReferenceFile) {
 // Reading the command line first saves the other files of processes without one. Traced in detail, all is read in order;
 // the rows are the same.
 TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
-    for (const char* names : {"all", ""}) {
+    // With the second of them, the `io` of a process that is not shown is still read: it may be the next one's.
+    for (const char* names : {"all", "proc-times,proc-status", ""}) {
         const WithCorrections corrections(names);
         FakeProc proc;
         for (int pid = 1; pid <= 40; ++pid) {
@@ -364,7 +403,7 @@ TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
             if (pid % 3 == 0) p.commandLine = "";
             proc.put(p);
             if (pid % 4 == 0) proc.remove(pid, "io");
-            if (pid % 7 == 0) proc.remove(pid, "status");
+            if (pid % 7 == 0 && pid % 3 != 0) proc.remove(pid, "status");
         }
         const auto rows = [&] {
             const testclock::Guard frozen;
