@@ -399,17 +399,26 @@ TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
         FakeProc proc;
         for (int pid = 1; pid <= 40; ++pid) {
             FakeProcess p = process(pid);
-            p.readBytes = p.vmSize = static_cast<unsigned>(pid) * 100;
+            p.vmSize = static_cast<unsigned>(pid) * 100;
             if (pid % 3 == 0) p.commandLine = "";
             proc.put(p);
             if (pid % 4 == 0) proc.remove(pid, "io");
             if (pid % 7 == 0 && pid % 3 != 0) proc.remove(pid, "status");
         }
+        const auto haveRead = [&proc](int each) {
+            for (int pid = 1; pid <= 40; ++pid) {
+                FakeProcess p = process(pid);
+                p.readBytes = pid * each;
+                if (pid % 4 != 0) proc.put(pid, "io", p.io());
+            }
+        };
         const auto rows = [&] {
             const testclock::Guard frozen;
             Processes processes(proc, {kPid, kParentPid, kReadRate, kTotalIORate, kVirtualKilobytes, kThreadCount, kElapsedSeconds});
+            haveRead(100);
             collect(processes);
             testclock::advance(seconds(1));
+            haveRead(200);
             return collect(processes);
         };
         std::string quick;
@@ -418,6 +427,7 @@ TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
             quick = rows();
         }
         EXPECT_EQ(std::count(quick.begin(), quick.end(), ';'), 40 - 13 - 5 + 1);
+        EXPECT_THAT(quick, HasSubstr("i1,i1,u100,u100,u")) << "each has a rate of its own";
         const Traced traced("NONE (UNIT:ProcessQueryClass DETAIL)");
         EXPECT_EQ(rows(), quick);
         EXPECT_TRUE(traced.has("Looking at process - cmd=worker, cmdline=[worker]"));
