@@ -30,7 +30,7 @@ long long sum(long long a, long long b) {
     return static_cast<long long>(static_cast<unsigned long long>(a) + static_cast<unsigned long long>(b));
 }
 
-// Seconds since the start of a process, in 32 bits.
+// Seconds since the start of a process, in 32 bits. Kept: below 0 for one that started behind the reading of uptime.
 int elapsedSeconds(unsigned long secondsSinceBoot, unsigned long startTime) {
     const auto start = static_cast<unsigned>(startTime / hertz);
     return static_cast<int>(static_cast<unsigned>(secondsSinceBoot) - start);

@@ -142,6 +142,17 @@ TEST(ProcessQueryClass, WhatEachFigureShows) {
     EXPECT_EQ(all.getObjectType(), VX_PROCESS);
 }
 
+TEST(ProcessQueryClass, AProcessThatStartsBehindTheReadingOfUptime) {
+    const WithCorrections corrections("all");
+    FakeProc proc;
+    FakeProcess p = process(1);
+    proc.uptime("1000.99 1.0\n");
+    p.startTime = 100100;
+    proc.put(p);
+    Processes processes(proc, {kElapsedSeconds, kElapsedText});
+    EXPECT_EQ(collect(processes), "u-1,  0d 0: 0:-1;");
+}
+
 TEST(ProcessQueryClass, AttributesWithoutAnIndexKeepTheirPlace) {
     FakeProc proc;
     proc.put(process(1));
