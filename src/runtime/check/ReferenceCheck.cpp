@@ -186,22 +186,25 @@ class Checker {
 
     void checkValue(const XmlAttribute& a, const AttributeSchema& schema) {
         const AttributeSchema::Kind kind = schema.kind;
-        if (schema.texts) checkText(a, schema.texts);
+        const bool isNumber = kind == AttributeSchema::Integer || kind == AttributeSchema::RequiredInteger;
         if (kind == AttributeSchema::Boolean && a.value != "true" && a.value != "false") {
             warning(a.valueOffset, "only the exact text \"true\" is true; '" + a.value + "' counts as false");
         }
-        if ((kind == AttributeSchema::Integer || kind == AttributeSchema::RequiredInteger) && !isInteger(a.value)) {
+        if (isNumber && !isInteger(a.value)) {
             error(a.valueOffset, "'" + a.value + "' is no number; it would count as " + std::to_string(std::atoi(a.value.c_str())));
+        } else if (schema.texts) {
+            checkText(a, schema.texts, !isNumber);
         }
     }
 
-    void checkText(const XmlAttribute& a, const char* const* texts) {
+    void checkText(const XmlAttribute& a, const char* const* texts, bool maySuggest) {
         std::vector<const char*> known;
         for (; *texts; ++texts) known.push_back(*texts);
         if (std::any_of(known.begin(), known.end(), [&](const char* t) { return strcasecmp(t, a.value.c_str()) == 0; })) return;
         std::string upper = a.value;
         for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        warning(a.valueOffset, a.name + " '" + a.value + "' is unknown and has no meaning of its own" + didYouMean(upper, known));
+        warning(a.valueOffset, a.name + " '" + a.value + "' is unknown and has no meaning of its own" +
+                                   (maySuggest ? didYouMean(upper, known) : ""));
     }
 
     static std::vector<const XmlElement*> attributesOf(const XmlElement& group) {

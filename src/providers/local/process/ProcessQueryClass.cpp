@@ -25,7 +25,12 @@ bool isKnown(int figure) {
 
 unsigned long long u64(long value) { return static_cast<unsigned long long>(value); }
 
-// Seconds since the start of a process, in 32 bits.
+// Wraps.
+long long sum(long long a, long long b) {
+    return static_cast<long long>(static_cast<unsigned long long>(a) + static_cast<unsigned long long>(b));
+}
+
+// Seconds since the start of a process, in 32 bits. Kept: below 0 for one that started behind the reading of uptime.
 int elapsedSeconds(unsigned long secondsSinceBoot, unsigned long startTime) {
     const auto start = static_cast<unsigned>(startTime / hertz);
     return static_cast<int>(static_cast<unsigned>(secondsSinceBoot) - start);
@@ -191,7 +196,7 @@ ResultMetric* ProcessQueryClass::cell(const Column& column, Process& p) {
             return number(p.cpu.cpu);
         case kUserPercent: return number(u64(p.cpu.user));
         case kSystemPercent: return number(p.cpu.system);
-        case kTotalIORate: return rate(ProcessRates::TotalIO, r.read_bytes + r.write_bytes);
+        case kTotalIORate: return rate(ProcessRates::TotalIO, sum(r.read_bytes, r.write_bytes));
         case kPageFaultRate: return rate(ProcessRates::PageFaults, static_cast<long long>(r.maj_flt));
         case kThreadCount: return number(u64(r.nlwp));
         case kResidentKilobytes: return number(static_cast<unsigned long long>(r.vm_rss));

@@ -116,16 +116,11 @@ void ProcReader::readStatus() {
 // Kept: a file that does not read, as that of another user's process, leaves the figures of the process before, unless
 // the correction is on.
 void ProcReader::readIO() {
-    TRACE_MESSAGES();
     const Fetch outcome = fetch("io", kLargestFile);
-    if (outcome == Fetch::Done) {
-        parseIO(text(), ioRule_, &scratch_);
-        return;
-    }
-    if (ioRule_ == IoRule::Wide) parseIO("", ioRule_, &scratch_);
     // Where it is closed to the agent, the process is there.
     if (outcome == Fetch::NotOpened && errno != EACCES && isGone()) fail(kDirectoryGone, kDirectoryGone);
-    trace_detail("Warn - getline failed for io file");
+    if (outcome != Fetch::Done) size_ = 0;  // no line, which is traced
+    parseIO(text(), ioRule_, &scratch_);
 }
 
 void ProcReader::readCmdLine() {

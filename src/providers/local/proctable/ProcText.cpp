@@ -1,6 +1,5 @@
 #include "providers/local/proctable/ProcText.h"
 
-#include <cmath>
 #include <cstdlib>
 
 #include "foundation/Trace.h"

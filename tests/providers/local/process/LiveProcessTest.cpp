@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/zsb.h"
+#include "foundation/Clock.h"
 #include "providers/local/process/ProcessQueryClass.h"
 #include "providers/local/proctable/FakeProc.h"
 
@@ -104,6 +104,8 @@ class Load {
     int ready_ = -1;
 };
 
+time_t secondsNow() { return Clock::monotonic().tv_sec; }
+
 // What the kernel says that a process has written to disks.
 long long writtenBy(pid_t pid) {
     const std::string io = almanac::host::test::readFile("/proc/" + std::to_string(pid) + "/io");
@@ -163,24 +165,24 @@ TEST(LiveProcesses, RatesOfAChildOfKnownLoad) {
     const almanac::host::test::Scratch scratch;
     const Load load(scratch.path("file"), 8 << 20);
     Live live({kPid, kCpuPercent, kUserPercent, kSystemPercent, kWriteRate, kTotalIORate});
+    const time_t beforeFirst = secondsNow();
     ASSERT_TRUE(live.collect().count(load.pid()));
+    const time_t afterFirst = secondsNow();
     const long long writtenBefore = writtenBy(load.pid());
-    timespec started, ended;
-    ZSV1_GetMonotonicTime(&started);
     ASSERT_TRUE(load.run());
+    const time_t beforeSecond = secondsNow();
     const Figures rows = live.collect();
-    ZSV1_GetMonotonicTime(&ended);
     const Row& row = rows.at(load.pid());
-    const long long seconds = ended.tv_sec - started.tv_sec;
-    ASSERT_GE(seconds, 1) << "1.2 seconds of CPU take longer";
-    // The seconds that count are whole ones of the two readings, at most one off from those here.
-    EXPECT_GE(row[1], 119 / (seconds + 1) / numcpus());
-    EXPECT_LE(row[1], 140 / std::max(seconds - 1, 1ll) / numcpus());
+    // The whole seconds that count lie between these, however long the machine takes.
+    const time_t most = secondsNow() - beforeFirst, least = beforeSecond - afterFirst;
+    ASSERT_GE(least, 1) << "1.2 seconds of CPU take longer";
+    EXPECT_GE(row[1], 119 / most / numcpus());
+    EXPECT_LE(row[1], 140 / least / numcpus());
     EXPECT_LE(std::abs(row[1] - row[2] - row[3]), 2) << "user and system time are all of it";
     EXPECT_GE(row[2] + row[3], row[1] - 2);
     // Where the file system tells of nothing written, nothing is.
     const long long written = writtenBy(load.pid()) - writtenBefore;
-    EXPECT_GE(row[4], written / (seconds + 1));
-    EXPECT_LE(row[4], written / std::max(seconds - 1, 1ll));
+    EXPECT_GE(row[4], written / most);
+    EXPECT_LE(row[4], written / least);
     EXPECT_GE(row[5], row[4]);
 }

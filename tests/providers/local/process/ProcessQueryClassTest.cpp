@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <thread>
 
@@ -141,6 +142,17 @@ TEST(ProcessQueryClass, WhatEachFigureShows) {
     EXPECT_EQ(all.getObjectType(), VX_PROCESS);
 }
 
+TEST(ProcessQueryClass, AProcessThatStartsBehindTheReadingOfUptime) {
+    const WithCorrections corrections("all");
+    FakeProc proc;
+    FakeProcess p = process(1);
+    proc.uptime("1000.99 1.0\n");
+    p.startTime = 100100;
+    proc.put(p);
+    Processes processes(proc, {kElapsedSeconds, kElapsedText});
+    EXPECT_EQ(collect(processes), "u-1,  0d 0: 0:-1;");
+}
+
 TEST(ProcessQueryClass, AttributesWithoutAnIndexKeepTheirPlace) {
     FakeProc proc;
     proc.put(process(1));
@@ -182,7 +194,7 @@ TEST(ProcessQueryClass, OnlyTheFilesThatAreNeededAreRead) {
             proc.remove(1, file);
             std::filesystem::create_directories(proc.path(1, file));
             Processes processes(proc, c.figures);
-            const Traced traced("NONE (UNIT:ProcReader DETAIL)");
+            const Traced traced("NONE (UNIT:ProcText DETAIL)");
             if (collect(processes).empty() || traced.has("getline failed for io file")) needed += std::string(file) + " ";
         }
         EXPECT_EQ(needed, c.files) << c.corrections;
@@ -302,6 +314,43 @@ TEST(ProcessQueryClass, TablesCollectAtOnce) {
     EXPECT_EQ(rows[1], rows[0]);
 }
 
+// Without the correction a closed `io` shows the figures of a neighbour; with it none, and the trace tells of it once.
+TEST(ProcessQueryClass, AnIoThatIsClosed) {
+    const WithCorrections corrections("all");
+    const testclock::Guard frozen;
+    FakeProc proc;
+    FakeProcess p = process(1);
+    proc.put(p);
+    proc.put(process(2));
+    proc.remove(2, "io");
+    Processes processes(proc, {kPid, kWriteRate});
+    EXPECT_EQ(collect(processes), "i1,u0;i2,u0;");
+    testclock::advance(seconds(1));
+    p.writeBytes = 5000;
+    proc.put(p);
+    const Traced traced("NONE (UNIT:ProcReader DETAIL) (UNIT:ProcText DETAIL)");
+    EXPECT_EQ(collect(processes), "i1,u5000;i2,u0;");
+    const std::string text = traced.text();
+    const std::size_t told = text.find("Warn - getline failed for io file");
+    EXPECT_NE(told, std::string::npos);
+    EXPECT_EQ(text.find("Warn - getline failed for io file", told + 1), std::string::npos) << text;
+}
+
+TEST(ProcessQueryClass, TheSumOfTheLargestIOFigures) {
+    const WithCorrections corrections("all");
+    const testclock::Guard frozen;
+    FakeProc proc;
+    FakeProcess p = process(1);
+    p.readBytes = p.writeBytes = std::numeric_limits<long long>::max() / 2;
+    proc.put(p);
+    Processes processes(proc, {kTotalIORate});
+    collect(processes);
+    testclock::advance(seconds(1));
+    p.readBytes = p.writeBytes = std::numeric_limits<long long>::max();
+    proc.put(p);
+    EXPECT_EQ(collect(processes), "u0;") << "wraps, as a counter that fell";
+}
+
 TEST(ProcessQueryClass, NoProcessTableNoRows) {
     const Traced traced("NONE");
     class Rootless : public ProcessQueryClass {
@@ -355,22 +404,32 @@ TEST(ProcessQueryClass, ASectionOfTheReferenceFile) {
 // Reading the command line first saves the other files of processes without one. Traced in detail, all is read in order;
 // the rows are the same.
 TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
-    for (const char* names : {"all", ""}) {
+    // With the second of them, the `io` of a process that is not shown is still read: it may be the next one's.
+    for (const char* names : {"all", "proc-times,proc-status", ""}) {
         const WithCorrections corrections(names);
         FakeProc proc;
         for (int pid = 1; pid <= 40; ++pid) {
             FakeProcess p = process(pid);
-            p.readBytes = p.vmSize = static_cast<unsigned>(pid) * 100;
+            p.vmSize = static_cast<unsigned>(pid) * 100;
             if (pid % 3 == 0) p.commandLine = "";
             proc.put(p);
             if (pid % 4 == 0) proc.remove(pid, "io");
-            if (pid % 7 == 0) proc.remove(pid, "status");
+            if (pid % 7 == 0 && pid % 3 != 0) proc.remove(pid, "status");
         }
+        const auto haveRead = [&proc](int each) {
+            for (int pid = 1; pid <= 40; ++pid) {
+                FakeProcess p = process(pid);
+                p.readBytes = pid * each;
+                if (pid % 4 != 0) proc.put(pid, "io", p.io());
+            }
+        };
         const auto rows = [&] {
             const testclock::Guard frozen;
             Processes processes(proc, {kPid, kParentPid, kReadRate, kTotalIORate, kVirtualKilobytes, kThreadCount, kElapsedSeconds});
+            haveRead(100);
             collect(processes);
             testclock::advance(seconds(1));
+            haveRead(200);
             return collect(processes);
         };
         std::string quick;
@@ -379,6 +438,7 @@ TEST(ProcessQueryClass, TheOrderOfReadingDoesNotShow) {
             quick = rows();
         }
         EXPECT_EQ(std::count(quick.begin(), quick.end(), ';'), 40 - 13 - 5 + 1);
+        EXPECT_THAT(quick, HasSubstr("i1,i1,u100,u100,u")) << "each has a rate of its own";
         const Traced traced("NONE (UNIT:ProcessQueryClass DETAIL)");
         EXPECT_EQ(rows(), quick);
         EXPECT_TRUE(traced.has("Looking at process - cmd=worker, cmdline=[worker]"));

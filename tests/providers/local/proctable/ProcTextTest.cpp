@@ -32,9 +32,15 @@ void compare(File file, const std::string& text) {
             read = parseStatus(text, StatusRule::Order, &ours) == nullptr;
             modelRead = modelStatus(text, &model);
             break;
-        case kIOFile:
+        case kIOFile: {
+            procstat wide = patternRecord(), fromZero{};
+            parseIO(text, IoRule::Wide, &wide);
+            modelIO(text, &fromZero);
+            EXPECT_EQ(static_cast<int>(wide.read_bytes), fromZero.read_bytes) << "its low bits: " << text;
+            EXPECT_EQ(static_cast<int>(wide.rchar), fromZero.rchar) << "its low bits: " << text;
             parseIO(text, IoRule::Narrow, &ours);
             modelIO(text, &model);
+        }
     }
     EXPECT_EQ(read, modelRead) << file << ": " << text;
     EXPECT_TRUE(sameFigures(ours, model)) << file << ": " << text;
