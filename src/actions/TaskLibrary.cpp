@@ -126,9 +126,14 @@ void TaskLibrary::addTaskElement(TaskElement* element) {
         first_ = element;
     }
     last_ = element;
-    if (*element->getTaskName() && byName_.emplace(foldedTaskName(element->getTaskName()), element).second) return;
-    trace_error("Task '%s' has %s: no command reaches it", element->getFriendlyName(),
-                *element->getTaskName() ? "the key of another one" : "no key");
+    const std::string_view key = element->getTaskName();
+    const char* why = key.empty() ? "no key" : "a key of several words";
+    // The first word of a command never is a key with a blank in it: made into a command, its text would be free text.
+    if (!key.empty() && key.find(' ') == std::string_view::npos) {
+        if (byName_.emplace(foldedTaskName(key), element).second) return;
+        why = "the key of another one";
+    }
+    trace_error("Task '%s' has %s: no command reaches it", element->getFriendlyName(), why);
 }
 
 const TaskElement* TaskLibrary::findTaskElement(std::string_view name) const {
