@@ -69,7 +69,8 @@ class CommandWithTimeout {
     static constexpr int kShortestTimeout = 10;
 
     // "A=1 export A;B=2 export B;" in the map's order, to stand in front of a command. Kept: values are neither quoted
-    // nor escaped, unless the correction "env-quoting" is on. The caller frees the text.
+    // nor escaped, unless the correction "env-quoting" is on; then names that are none for the shell are left out too, for
+    // they would be run as part of a command. The caller frees the text.
     static char* buildEnvString(const HashMap* variables);
     // Whether the map holds the name in front of the first '=' of the text.
     static bool containsVariable(const HashMap* variables, const char* text);

@@ -206,6 +206,8 @@ TEST(CommandWithTimeout, EnvironmentPrefix) {
     reloadCorrections();
     char odd[] = "it's $HOME; `false` \"x\"\n\\";
     map.put("A", odd);
+    // Names come from the configuration as well, and so from whoever may change it: none of these is one.
+    for (const char* name : {"X;echo run;Y", "X Y", "1X", "$(echo run)", "X-Y", "X\n"}) map.put(name, one);
     prefix = CommandWithTimeout::buildEnvString(&map);
     ZSV1_UnsetEnv("CDP_CORRECTIONS");
     reloadCorrections();
