@@ -215,7 +215,10 @@ int TaskLibrary::run(const TaskRequestInfo& info, List* instances, List* output,
     if (result == 0) {
         const bool single = ZSV1_GetEnv("CDP_ACTION_SINGLE_EVENT") != nullptr;
         const char* bytes = command->getStdout();
-        readTaskOutput(bytes ? bytes : "", single ? TaskEvents::OneForAll : TaskEvents::OneForEachLine, instances, output);
+        const TaskEvents events = single ? TaskEvents::OneForAll : TaskEvents::OneForEachLine;
+        if (!readTaskOutput(bytes ? bytes : "", events, instances, output)) {
+            trace_error("Task %s wrote more than %d lines; the rest is left out", info.name.c_str(), kMostTaskLines);
+        }
         return command->getRC();
     }
     if (result == 1) {

@@ -43,6 +43,17 @@ std::string shellQuoted(const char* text) {
     return quoted + '\'';
 }
 
+// Reads on, so that the command does not wait for its reader for ever.
+void leaveOutRest(ChildProcess& child, const std::string& command) {
+    TRACE_MESSAGES();
+    char dropped[4096];
+    for (bool told = false; child.read(dropped, sizeof dropped) > 0; told = true) {
+        if (told) continue;
+        trace_error("The output of '%s' is longer than %zu bytes; the rest is left out", command.c_str(),
+                    CommandWithTimeout::kLongestOutput);
+    }
+}
+
 }  // namespace
 
 void CommandWithTimeout::Free::operator()(char* text) const { std::free(text); }
@@ -238,14 +249,18 @@ void CommandWithTimeout::runLocal() {
         }
         used += static_cast<std::size_t>(n);
         if (used < capacity - 1) continue;
-        char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity * 2));
+        if (capacity > kLongestOutput) {
+            leaveOutRest(child, command_);
+            break;
+        }
+        capacity = std::min(capacity * 2, kLongestOutput + 1);
+        char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity));
         if (!larger) {
             trace_detail("realloc failed");
             return end(CWT_FAILED);  // the child is waited for after the signal
         }
         static_cast<void>(buffer.release());
         buffer.reset(larger);
-        capacity *= 2;
     }
     returnCode_ = exitCode(child.finish());
     buffer.get()[used] = '\0';
