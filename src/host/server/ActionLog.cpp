@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "host/base/HostTrace.h"
 #include "host/base/Secrets.h"
@@ -17,10 +18,27 @@
 namespace almanac::host {
 namespace {
 
+constexpr std::chrono::seconds kNamelessPause{60};
+
 long long wallMilliseconds() {
     timespec now{};
     ZSV1_GetTime(&now);
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Why an action did not come to an end.
+std::string reasonOf(const ActionResult& result) {
+    if (!result.refusal.empty()) return result.refusal;
+    switch (result.status) {
+        case SampleStatus::Stopping:
+            return "the agent shuts down";
+        case SampleStatus::Busy:
+            return "too many others wait";
+        case SampleStatus::NotReady:
+            return "the agent is not ready";
+        default:
+            return "the agent failed it";
+    }
 }
 
 JsonWriter& begin(JsonWriter& json, const char* event) {
@@ -61,15 +79,25 @@ void ActionLog::finished(long long number, const ActionResult& result) {
     const bool done = result.status == SampleStatus::Ok;
     begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(result.command);
     if (done) json.key("return_code").value(result.returnCode);
-    json.key("message").value(done ? result.message : result.refusal);
+    json.key("message").value(done ? result.message : reasonOf(result));
     json.key("duration_s").value(std::chrono::duration<double>(result.duration).count()).endObject();
     append(line);
 }
 
 void ActionLog::refused(const std::string& who, const std::string& why, const std::string& command) {
+    long long times = 1;
+    if (who.empty()) {
+        const std::lock_guard guard(mutex_);
+        const auto now = std::chrono::steady_clock::now();
+        ++nameless_;
+        if (toldOfNameless_ && now - *toldOfNameless_ < kNamelessPause) return;
+        toldOfNameless_ = now;
+        times = std::exchange(nameless_, 0);
+    }
     std::string line;
     JsonWriter json(&line);
-    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(command).endObject();
+    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(command);
+    json.key("times").value(times).endObject();
     append(line);
 }
 

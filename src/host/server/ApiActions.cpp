@@ -205,7 +205,6 @@ std::optional<ApiDeadline> Api::startAction(Call& call) {
     if (status != SampleStatus::Ok) {
         ActionResult never;
         never.status = status;
-        never.refusal = "not taken";
         actionLog_->finished(number, never);
         return call.respond(refusal(status, "action")), std::nullopt;
     }

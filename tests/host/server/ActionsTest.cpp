@@ -204,6 +204,32 @@ TEST_F(ActionsRoute, OverTcpATokenWithTheRightIsNeeded) {
     EXPECT_NE(log().find(R"("event":"refused")"), std::string::npos);
 }
 
+TEST_F(ActionsRoute, CallersWithoutATokenCannotFillTheLog) {
+    for (int i = 0; i < 50; ++i) EXPECT_EQ(postOverTcp(R"({"task": "restart"})", "").status, 401);
+    EXPECT_EQ(post(R"({"command": "id"})").status, 403);
+    const std::string text = log();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+}
+
+// Two are inside the agent, the third has not begun.
+TEST_F(ActionsRoute, AtTheEndThoseThatWaitAreToldAndLogged) {
+    framework_.commands.declare({"hang", HBX_COMMAND_WORD, "", {}});
+    const std::string body = R"({"task": "hang"})";
+    const std::string request = "POST /api/v1/actions HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(std::make_unique<Client>(path()));
+        clients.back()->send(request);
+    }
+    for (int i = 0; i < 2000 && framework_.actions.unfinished() < 3; ++i) std::this_thread::sleep_for(1ms);
+    framework_.broker.refuse();
+    int statuses[2] = {0, 0};
+    for (const auto& client : clients) ++statuses[client->read().status == 503];
+    EXPECT_EQ(statuses[1], 1);
+    EXPECT_NE(log().find(R"("message":"the agent shuts down")"), std::string::npos) << log();
+    ASSERT_TRUE(framework_.broker.drain(std::chrono::steady_clock::now() + 20s));
+}
+
 TEST_F(ActionsRoute, ADeadlineEndsTheWaitAndNotTheAction) {
     framework_.commands.declare({"hang", HBX_COMMAND_WORD, "", {}});
     EXPECT_EQ(post(R"({"task": "hang", "deadline": "20ms"})").status, 504);
