@@ -20,6 +20,9 @@ namespace {
 
 constexpr std::chrono::seconds kNamelessPause{60};
 
+// Masked before it is written as JSON, whose escapes would hide a secret and whose names could hold one.
+std::string shown(const std::string& text) { return longestSecret() > 0 ? maskSecrets(text, text.size()) : text; }
+
 long long wallMilliseconds() {
     timespec now{};
     ZSV1_GetTime(&now);
@@ -57,12 +60,12 @@ long long ActionLog::asked(const ActionQuery& query) {
     JsonWriter json(&line);
     begin(json, "asked").key("number").value(number).key("who").value(query.user).key("node").value(query.subnode);
     if (query.task.empty()) {
-        json.key("command").value(query.command);
+        json.key("command").value(shown(query.command));
     } else {
         json.key("task").value(query.task).key("values").beginArray();
         for (const auto& value : query.values) {
             if (value)
-                json.value(*value);
+                json.value(shown(*value));
             else
                 json.null();
         }
@@ -77,9 +80,9 @@ void ActionLog::finished(long long number, const ActionResult& result) {
     std::string line;
     JsonWriter json(&line);
     const bool done = result.status == SampleStatus::Ok;
-    begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(result.command);
+    begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(shown(result.command));
     if (done) json.key("return_code").value(result.returnCode);
-    json.key("message").value(done ? result.message : reasonOf(result));
+    json.key("message").value(shown(done ? result.message : reasonOf(result)));
     json.key("duration_s").value(std::chrono::duration<double>(result.duration).count()).endObject();
     append(line);
 }
@@ -96,14 +99,14 @@ void ActionLog::refused(const std::string& who, const std::string& why, const st
     }
     std::string line;
     JsonWriter json(&line);
-    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(command);
+    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(shown(command));
     json.key("times").value(times).endObject();
     append(line);
 }
 
 void ActionLog::append(const std::string& line) {
     HOST_TRACE_FUNCTION();
-    const std::string text = (longestSecret() > 0 ? maskSecrets(line, line.size()) : line) + '\n';
+    const std::string text = line + '\n';
     const std::lock_guard guard(mutex_);
     struct stat status {};
     if (stat(path_.c_str(), &status) == 0 && status.st_size >= kMaxBytes) std::rename(path_.c_str(), (path_ + ".1").c_str());

@@ -12,6 +12,7 @@
 
 #include "host/FakeAgent.h"
 #include "host/base/HostConfiguration.h"
+#include "host/base/Secrets.h"
 #include "host/framework/AgentCall.h"
 #include "host/server/Api.h"
 #include "host/server/Client.h"
@@ -238,6 +239,17 @@ TEST_F(ActionsRoute, ADeadlineEndsTheWaitAndNotTheAction) {
     EXPECT_EQ(post(R"({"task": "hang", "deadline": "20ms"})").status, 504);
     ASSERT_TRUE(framework_.broker.drain(std::chrono::steady_clock::now() + 20s));
     EXPECT_NE(log().find(R"("event":"finished","number":1)"), std::string::npos) << log();
+}
+
+TEST_F(ActionsRoute, TheLogHoldsNoSecrets) {
+    registerSecret("pass\"word\\");
+    registerSecret("\"number\"");
+    EXPECT_EQ(post(R"({"task": "restart", "parameters": {"HOW": "pass\"word\\"}})").status, 200);
+    EXPECT_EQ(log().find("word"), std::string::npos) << log();
+    std::istringstream lines(log());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) EXPECT_EQ(json::parse(line)["number"], 1) << line;
+    EXPECT_EQ(count, 2);
 }
 
 TEST_F(ActionsRoute, TheLogIsTurnedOverAndIsNoLink) {
