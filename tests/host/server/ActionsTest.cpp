@@ -138,6 +138,7 @@ TEST_F(ActionsRoute, RunsATaskForItsCaller) {
 }
 
 TEST_F(ActionsRoute, SaysWhatIsWrong) {
+    const std::string deep = R"({"task": "restart", "parameters": )" + std::string(30000, '[') + std::string(30000, ']') + "}";
     const struct {
         const char* body;
         int status;
@@ -145,6 +146,7 @@ TEST_F(ActionsRoute, SaysWhatIsWrong) {
     } cases[] = {
         {"", 400, "the body must be"},
         {"[]", 400, "the body must be"},
+        {deep.c_str(), 400, "deeper"},
         {"{}", 400, "one of 'task' and 'command'"},
         {R"({"task": "restart", "command": "x"})", 400, "one of 'task' and 'command'"},
         {R"({"task": "restrat"})", 404, "did you mean 'restart'"},
