@@ -42,6 +42,7 @@ void declareTasks() {
     HBX_RegisterCommandComposer(composeCommand);
     if (!taskLibrary) return;
     for (ListCursor c = taskLibrary->getTaskElementListCursor(); c.hasMoreElements(); c.setToNext()) {
-        declare(*static_cast<const TaskElement*>(c.getCurrentElement()));
+        const auto& task = *static_cast<const TaskElement*>(c.getCurrentElement());
+        if (taskLibrary->findTaskElement(task.getTaskName()) == &task) declare(task);
     }
 }

@@ -126,9 +126,14 @@ void TaskLibrary::addTaskElement(TaskElement* element) {
         first_ = element;
     }
     last_ = element;
-    if (*element->getTaskName() && byName_.emplace(foldedTaskName(element->getTaskName()), element).second) return;
-    trace_error("Task '%s' has %s: no command reaches it", element->getFriendlyName(),
-                *element->getTaskName() ? "the key of another one" : "no key");
+    const std::string_view key = element->getTaskName();
+    const char* why = key.empty() ? "no key" : "a key of several words";
+    // The first word of a command never is a key with a blank in it: made into a command, its text would be free text.
+    if (!key.empty() && key.find(' ') == std::string_view::npos) {
+        if (byName_.emplace(foldedTaskName(key), element).second) return;
+        why = "the key of another one";
+    }
+    trace_error("Task '%s' has %s: no command reaches it", element->getFriendlyName(), why);
 }
 
 const TaskElement* TaskLibrary::findTaskElement(std::string_view name) const {
@@ -210,7 +215,10 @@ int TaskLibrary::run(const TaskRequestInfo& info, List* instances, List* output,
     if (result == 0) {
         const bool single = ZSV1_GetEnv("CDP_ACTION_SINGLE_EVENT") != nullptr;
         const char* bytes = command->getStdout();
-        readTaskOutput(bytes ? bytes : "", single ? TaskEvents::OneForAll : TaskEvents::OneForEachLine, instances, output);
+        const TaskEvents events = single ? TaskEvents::OneForAll : TaskEvents::OneForEachLine;
+        if (!readTaskOutput(bytes ? bytes : "", events, instances, output)) {
+            trace_error("Task %s wrote more than %d lines; the rest is left out", info.name.c_str(), kMostTaskLines);
+        }
         return command->getRC();
     }
     if (result == 1) {

@@ -46,7 +46,8 @@ class TaskLibrary : public TaskHandler {
 
     void addTaskElement(TaskElement* element);  // takes over
     ListCursor getTaskElementListCursor() const { return ListCursor(first_); }
-    // The first task of that name, in any case; null if there is none. No task has an empty name.
+    // The first task of that name, in any case; null if there is none. Keys that are empty or hold a
+    // blank are found by nobody.
     const TaskElement* findTaskElement(std::string_view name) const;
 
     // Runs a command on this thread: the task its first word names, or else the text itself. `msn` and `key` name the

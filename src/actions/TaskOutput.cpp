@@ -34,13 +34,14 @@ void add(int number, std::string_view text, List* instances, List* lines) {
 
 }  // namespace
 
-void readTaskOutput(std::string_view output, TaskEvents events, List* instances, List* lines) {
+bool readTaskOutput(std::string_view output, TaskEvents events, List* instances, List* lines) {
     int number = 0;
     std::string all;
     while (!output.empty()) {
         const std::string_view line = takeLine(&output);
         ++number;
         if (events == TaskEvents::OneForEachLine) {
+            if (number > kMostTaskLines) return false;
             add(number, line, instances, lines);
         } else {
             if (number > 1) all += '\n';
@@ -48,4 +49,5 @@ void readTaskOutput(std::string_view output, TaskEvents events, List* instances,
         }
     }
     if (events == TaskEvents::OneForAll && number > 0) add(number, all, instances, lines);
+    return true;
 }

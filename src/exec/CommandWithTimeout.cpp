@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 #include <utility>
 
 #include "exec/ChildProcess.h"
@@ -21,6 +22,14 @@ constexpr std::size_t kWorkerStack = 256 * 1024;
 // Bits 8 to 15 of a wait status. Kept: a child that a signal killed counts as 0, a wait that failed as 255.
 int exitCode(int waitStatus) { return (waitStatus & 0xff00) >> 8; }
 
+// A name of POSIX.1-2017, 3.235: what a shell lets stand in front of a '='.
+bool isShellName(std::string_view name) {
+    const auto isWordByte = [](char c) {
+        return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    };
+    return !name.empty() && (name[0] < '0' || name[0] > '9') && std::all_of(name.begin(), name.end(), isWordByte);
+}
+
 // In single quotes, as one word of sh(1).
 std::string shellQuoted(const char* text) {
     std::string quoted = "'";
@@ -32,6 +41,17 @@ std::string shellQuoted(const char* text) {
         }
     }
     return quoted + '\'';
+}
+
+// Reads on, so that the command does not wait for its reader for ever.
+void leaveOutRest(ChildProcess& child, const std::string& command) {
+    TRACE_MESSAGES();
+    char dropped[4096];
+    for (bool told = false; child.read(dropped, sizeof dropped) > 0; told = true) {
+        if (told) continue;
+        trace_error("The output of '%s' is longer than %zu bytes; the rest is left out", command.c_str(),
+                    CommandWithTimeout::kLongestOutput);
+    }
 }
 
 }  // namespace
@@ -230,14 +250,18 @@ void CommandWithTimeout::runLocal() {
         if (discardsOutput_) continue;
         used += static_cast<std::size_t>(n);
         if (used < capacity - 1) continue;
-        char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity * 2));
+        if (capacity > kLongestOutput) {
+            leaveOutRest(child, command_);
+            break;
+        }
+        capacity = std::min(capacity * 2, kLongestOutput + 1);
+        char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity));
         if (!larger) {
             trace_detail("realloc failed");
             return end(CWT_FAILED);  // the child is waited for after the signal
         }
         static_cast<void>(buffer.release());
         buffer.reset(larger);
-        capacity *= 2;
     }
     returnCode_ = exitCode(child.finish());
     buffer.get()[used] = '\0';
@@ -272,12 +296,17 @@ int CommandWithTimeout::timeoutFromText(const char* text) {
 }
 
 char* CommandWithTimeout::buildEnvString(const HashMap* variables) {
+    TRACE_MESSAGES();
     const bool quoting = correctionIsOn("env-quoting");
     std::string text;
     for (HashMapIterator it = variables->iterator(); it.hasNext();) {
         it.next();
         const std::string name = it.getKey();
         const char* value = static_cast<const char*>(it.getData());
+        if (quoting && !isShellName(name)) {
+            trace_detail("'%s' cannot name a variable of the shell, it is left out", name.c_str());
+            continue;
+        }
         text += name + '=';
         if (quoting) {
             text += shellQuoted(value ? value : "");

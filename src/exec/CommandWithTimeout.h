@@ -43,8 +43,8 @@ class CommandWithTimeout {
     // Bits 8 to 15 of the wait status, so 0 after a death by signal; the connector's result for a remote command; -1
     // while nothing is known.
     int getRC() const { return returnCode_.load(); }
-    // The whole standard output, terminated, owned by the object; null until the command has finished well and its
-    // worker is joined.
+    // The standard output up to kLongestOutput, terminated, owned by the object; null until the command has finished
+    // well and its worker is joined.
     char* getStdout() const { return joinable_ ? nullptr : stdout_.get(); }
     const char* getStderr() const { return joinable_ ? nullptr : stderr_.get(); }  // remote commands only
     const char* getCmd() const { return command_.c_str(); }
@@ -68,10 +68,13 @@ class CommandWithTimeout {
     // Seconds from a setting: null gives 30, a number (atoi) below 11 gives 10, any other stands.
     static int timeoutFromText(const char* text);
     static constexpr int kDefaultTimeout = 30;
+    // Bytes that are kept of a local command's output; the rest is left out, traced.
+    static constexpr std::size_t kLongestOutput = std::size_t{64} << 20;
     static constexpr int kShortestTimeout = 10;
 
     // "A=1 export A;B=2 export B;" in the map's order, to stand in front of a command. Kept: values are neither quoted
-    // nor escaped, unless the correction "env-quoting" is on. The caller frees the text.
+    // nor escaped, unless the correction "env-quoting" is on; then names that are none for the shell are left out too, for
+    // they would be run as part of a command. The caller frees the text.
     static char* buildEnvString(const HashMap* variables);
     // Whether the map holds the name in front of the first '=' of the text.
     static bool containsVariable(const HashMap* variables, const char* text);

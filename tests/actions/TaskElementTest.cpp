@@ -130,4 +130,17 @@ TEST(TaskOutput, IsOneEntryForEachLineOrOneForAll) {
     }
 }
 
+TEST(TaskOutput, HasALimitOfItsLines) {
+    const std::string output(kMostTaskLines + 1, '\n');
+    for (const auto& [bytes, complete] : {std::pair(output.size() - 1, true), std::pair(output.size(), false)}) {
+        List instances, lines;
+        EXPECT_EQ(readTaskOutput(std::string_view(output).substr(0, bytes), TaskEvents::OneForEachLine, &instances, &lines), complete);
+        EXPECT_EQ(lines.getCount(), kMostTaskLines);
+        EXPECT_EQ(instances.getCount(), kMostTaskLines);
+        for (List* list : {&instances, &lines}) {
+            while (void* text = list->pop()) std::free(text);
+        }
+    }
+}
+
 }  // namespace

@@ -1,4 +1,5 @@
 // Tasks from the reference file to their result: the command, its return code, its time-out, and who else may run it.
+#include "actions/TaskDeclarations.h"
 #include "actions/TaskLibrary.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include "config/ConfigMap.h"
 #include "host/Scratch.h"
 #include "host/base/Trace.h"
+#include "host/framework/Framework.h"
 #include "runtime/reference/Parser.h"
 #include "runtime/reference/SectionSchema.h"
 #include "runtime/reference/XMLConfigParser.h"
@@ -197,6 +199,22 @@ TEST(TaskTimeOut, ComesFromTheEnvironment) {
         const Variable set("CDP_DP_ACTION_TIMEOUT", c.text);
         EXPECT_EQ(TaskLibrary("HBX").getTimeout(), c.seconds) << c.text;
     }
+}
+
+// Its text would not begin with it: the shell would get what a caller has written.
+TEST(TaskDeclarations, LeaveOutWhatNoCommandReaches) {
+    Library library(std::string(kTasks) + "<task key=\"two words\" command=\"echo A\"><param name=\"A\" startDelim=\"[\" "
+                    "endDelim=\"]\"/></task>");
+    declareTasks();
+    auto& commands = almanac::host::framework().commands;
+    std::string names;
+    for (const auto& c : commands.list()) names += c.name + (c.title == "Second" ? " twice" : "") + ";";
+    EXPECT_EQ(names, "ADDCONFIG;REMOVECONFIG;SHUTDOWN;SAY;end;other;named;add;");
+    EXPECT_FALSE(commands.declares("two words [; id;]"));
+    const char* value = "; id;";
+    char* why = nullptr;
+    const std::unique_ptr<char, decltype(&std::free)> made(commands.composer()("two words", &value, 1, &why), &std::free);
+    EXPECT_STREQ(made.get(), nullptr);
 }
 
 TEST(TaskSection, WithoutALibraryIsPassedOver) {

@@ -187,6 +187,19 @@ TEST(CommandWithTimeoutList, KeepsFailedLaunchesAndCountsToTen) {
     EXPECT_EQ(list.getCount(), 0);
 }
 
+TEST(CommandWithTimeout, KeepsNoEndlessOutput) {
+    constexpr std::size_t most = CommandWithTimeout::kLongestOutput;
+    const struct {
+        std::size_t written, kept;
+    } cases[] = {{most, most}, {most + 1, most}, {most + 3'000'000, most}};
+    for (const auto& c : cases) {
+        CommandWithTimeout run(("head -c " + std::to_string(c.written) + " /dev/zero | tr '\\0' x; exit 4").c_str(), 60);
+        ASSERT_EQ(run.runCommand(), 0);
+        EXPECT_EQ(run.getRC(), 4);  // it was read to its end
+        EXPECT_EQ(std::strlen(run.getStdout()), c.kept) << c.written;
+    }
+}
+
 TEST(CommandWithTimeout, EnvironmentPrefix) {
     HashMap map(32);
     char one[] = "1", words[] = "two words";
@@ -214,6 +227,8 @@ TEST(CommandWithTimeout, EnvironmentPrefix) {
     reloadCorrections();
     char odd[] = "it's $HOME; `false` \"x\"\n\\";
     map.put("A", odd);
+    // Names come from the configuration as well, and so from whoever may change it: none of these is one.
+    for (const char* name : {"X;echo run;Y", "X Y", "1X", "$(echo run)", "X-Y", "X\n"}) map.put(name, one);
     prefix = CommandWithTimeout::buildEnvString(&map);
     ZSV1_UnsetEnv("CDP_CORRECTIONS");
     reloadCorrections();

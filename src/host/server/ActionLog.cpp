@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "host/base/HostTrace.h"
 #include "host/base/Secrets.h"
@@ -17,10 +18,30 @@
 namespace almanac::host {
 namespace {
 
+constexpr std::chrono::seconds kNamelessPause{60};
+
+// Masked before it is written as JSON, whose escapes would hide a secret and whose names could hold one.
+std::string shown(const std::string& text) { return longestSecret() > 0 ? maskSecrets(text, text.size()) : text; }
+
 long long wallMilliseconds() {
     timespec now{};
     ZSV1_GetTime(&now);
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Why an action did not come to an end.
+std::string reasonOf(const ActionResult& result) {
+    if (!result.refusal.empty()) return result.refusal;
+    switch (result.status) {
+        case SampleStatus::Stopping:
+            return "the agent shuts down";
+        case SampleStatus::Busy:
+            return "too many others wait";
+        case SampleStatus::NotReady:
+            return "the agent is not ready";
+        default:
+            return "the agent failed it";
+    }
 }
 
 JsonWriter& begin(JsonWriter& json, const char* event) {
@@ -39,12 +60,12 @@ long long ActionLog::asked(const ActionQuery& query) {
     JsonWriter json(&line);
     begin(json, "asked").key("number").value(number).key("who").value(query.user).key("node").value(query.subnode);
     if (query.task.empty()) {
-        json.key("command").value(query.command);
+        json.key("command").value(shown(query.command));
     } else {
         json.key("task").value(query.task).key("values").beginArray();
         for (const auto& value : query.values) {
             if (value)
-                json.value(*value);
+                json.value(shown(*value));
             else
                 json.null();
         }
@@ -59,23 +80,33 @@ void ActionLog::finished(long long number, const ActionResult& result) {
     std::string line;
     JsonWriter json(&line);
     const bool done = result.status == SampleStatus::Ok;
-    begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(result.command);
+    begin(json, done ? "finished" : "failed").key("number").value(number).key("command").value(shown(result.command));
     if (done) json.key("return_code").value(result.returnCode);
-    json.key("message").value(done ? result.message : result.refusal);
+    json.key("message").value(shown(done ? result.message : reasonOf(result)));
     json.key("duration_s").value(std::chrono::duration<double>(result.duration).count()).endObject();
     append(line);
 }
 
 void ActionLog::refused(const std::string& who, const std::string& why, const std::string& command) {
+    long long times = 1;
+    if (who.empty()) {
+        const std::lock_guard guard(mutex_);
+        const auto now = std::chrono::steady_clock::now();
+        ++nameless_;
+        if (toldOfNameless_ && now - *toldOfNameless_ < kNamelessPause) return;
+        toldOfNameless_ = now;
+        times = std::exchange(nameless_, 0);
+    }
     std::string line;
     JsonWriter json(&line);
-    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(command).endObject();
+    begin(json, "refused").key("who").value(who).key("why").value(why).key("command").value(shown(command));
+    json.key("times").value(times).endObject();
     append(line);
 }
 
 void ActionLog::append(const std::string& line) {
     HOST_TRACE_FUNCTION();
-    const std::string text = (longestSecret() > 0 ? maskSecrets(line, line.size()) : line) + '\n';
+    const std::string text = line + '\n';
     const std::lock_guard guard(mutex_);
     struct stat status {};
     if (stat(path_.c_str(), &status) == 0 && status.st_size >= kMaxBytes) std::rename(path_.c_str(), (path_ + ".1").c_str());

@@ -17,6 +17,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::chrono::milliseconds kDefaultDeadline{60000};
+constexpr int kDeepest = 8;  // objects and lists within each other in a body
 
 struct Wrong {
     int status;
@@ -106,7 +107,14 @@ void readCommand(const json& body, const CommandCatalog& commands, ActionQuery* 
 }
 
 Asked readBody(const std::string& text, const Framework& framework) {
-    const json body = json::parse(text, nullptr, false);
+    // Nothing that is asked for is deep, and a copy of a value goes as deep into the stack as the value does.
+    bool tooDeep = false;
+    const auto isShallow = [&tooDeep](int depth, json::parse_event_t, const json&) {
+        tooDeep = tooDeep || depth > kDeepest;
+        return depth <= kDeepest;
+    };
+    const json body = json::parse(text, isShallow, false);
+    if (tooDeep) throw Wrong{400, "the body is deeper than anything that can be asked for"};
     if (!body.is_object()) {
         throw Wrong{400, "the body must be an object such as {\"task\": \"name\", \"parameters\": {\"name\": \"value\"}}"};
     }
@@ -205,7 +213,6 @@ std::optional<ApiDeadline> Api::startAction(Call& call) {
     if (status != SampleStatus::Ok) {
         ActionResult never;
         never.status = status;
-        never.refusal = "not taken";
         actionLog_->finished(number, never);
         return call.respond(refusal(status, "action")), std::nullopt;
     }

@@ -45,6 +45,9 @@ using Descriptor = asio::posix::basic_stream_descriptor<Executor>;
 // Bodies that wait for slow readers, together; a single one may be larger.
 constexpr std::size_t kMaxOutgoing = std::size_t{256} << 20;
 
+// In which those that wait read at the end that there is no answer.
+constexpr std::chrono::milliseconds kLastWords{500};
+
 constexpr char kFull[] =
     "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nRetry-After: 1\r\n"
     "Content-Type: application/problem+json\r\nContent-Length: 106\r\n\r\n"
@@ -69,6 +72,7 @@ class HttpServer::Impl : public std::enable_shared_from_this<HttpServer::Impl> {
     void accept(Listening& listening);
     void acceptAll(Listening& listening);
     void beginClosing(std::chrono::steady_clock::time_point deadline);
+    std::vector<std::shared_ptr<Session>> openSessions() const;
     void run();
 
     const Handler handler;
@@ -129,6 +133,12 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     }
 
     bool idle() const { return !pending_ && !writing_; }
+
+    // Tells who still waits for an answer that none comes.
+    void giveUp() {
+        if (!pending_) return close();
+        answered(number_, problem(503, "the agent shuts down before this has ended; what became of it is not known here"));
+    }
 
   private:
     using RequestParser = http::request_parser<http::string_body>;
@@ -354,19 +364,26 @@ void HttpServer::Impl::beginClosing(std::chrono::steady_clock::time_point deadli
         one->descriptor.close(ignored);
         one->retry.cancel();
     }
-    std::vector<std::shared_ptr<Session>> all;  // closing one changes the set
-    for (Session* session : sessions) all.push_back(session->shared_from_this());
-    for (const auto& session : all) {
+    for (const auto& session : openSessions()) {
         if (session->idle()) session->close();
     }
-    all.clear();
     if (sessions.empty()) return;
     closeTimer.expires_at(deadline);
-    closeTimer.async_wait([this](error_code) {
-        std::vector<std::shared_ptr<Session>> rest;
-        for (Session* session : sessions) rest.push_back(session->shared_from_this());
-        for (const auto& session : rest) session->close();
+    closeTimer.async_wait([this](error_code error) {
+        if (error || sessions.empty()) return;
+        for (const auto& session : openSessions()) session->giveUp();
+        closeTimer.expires_after(kLastWords);
+        closeTimer.async_wait([this](error_code) {
+            for (const auto& session : openSessions()) session->close();
+        });
     });
+}
+
+// Closing one changes the set.
+std::vector<std::shared_ptr<HttpServer::Impl::Session>> HttpServer::Impl::openSessions() const {
+    std::vector<std::shared_ptr<Session>> all;
+    for (Session* session : sessions) all.push_back(session->shared_from_this());
+    return all;
 }
 
 void HttpServer::Impl::run() {

@@ -12,6 +12,23 @@
 
 namespace {
 
+// Whether that byte of a shell's command stands between single or double quotes (POSIX.1-2017, 2.2). Quotes of
+// their own in a command substitution are not told from those around it.
+bool isInQuotes(const std::string& command, std::size_t at) {
+    char open = '\0';
+    for (std::size_t i = 0; i < at; ++i) {
+        const char c = command[i];
+        if (c == '\\' && open != '\'') {
+            ++i;
+        } else if (c == open) {
+            open = '\0';
+        } else if (open == '\0' && (c == '"' || c == '\'')) {
+            open = c;
+        }
+    }
+    return open != '\0';
+}
+
 class TaskCheck {
   public:
     TaskCheck(const std::string& text, std::vector<Problem>* problems) : text_(text), problems_(problems) {}
@@ -42,6 +59,10 @@ class TaskCheck {
         if (key->value.empty() || key->value.find(' ') != std::string::npos) {
             tell(key->valueOffset, Problem::Error, "no command reaches this task: its key is the first word of a command");
         }
+        for (const char* own : {"ADDCONFIG", "REMOVECONFIG", "SHUTDOWN"}) {
+            if (strcasecmp(key->value.c_str(), own) != 0) continue;
+            warn(task, "key", std::string("the agent's own command ") + own + " stands in front of this task");
+        }
         std::string folded = key->value;
         ZSV1_ToLower(folded.data());
         if (!keys_.insert(folded).second) {
@@ -67,6 +88,7 @@ class TaskCheck {
         if (name && command && (!*name || command->value.find(name) == std::string::npos)) {
             warn(parameter, "name", std::string("the task's command does not hold '") + name + "': the value goes nowhere");
         }
+        checkQuotes(parameter, name, command);
         const auto isEmpty = [&](const char* attribute) { return !parameter.value(attribute) || !*parameter.value(attribute); };
         if (isEmpty("startDelim")) {
             warn(parameter, "startDelim", "without a start delimiter the value begins where the one before has ended");
@@ -75,6 +97,26 @@ class TaskCheck {
         const char* overlap = parameter.value("overlapDelim");
         if (overlap && std::string(overlap) != "true" && std::string(overlap) != "false") {
             warn(parameter, "overlapDelim", std::string("only the exact text \"false\" is false; '") + overlap + "' counts as true");
+        }
+    }
+
+    // A value is kept one word by quotes of its own; within the command's quotes these would end them.
+    void checkQuotes(const XmlElement& parameter, const char* name, const XmlAttribute* command) {
+        const std::string quote = parameter.value("quote") ? parameter.value("quote") : "";
+        if (!quote.empty() && quote != "true" && quote != "doublequote") {
+            if (quote == "false" || quote == "none") return;
+            warn(parameter, "quote", "only the exact texts \"true\" and \"doublequote\" put a value in quotes; with '" + quote +
+                                         "' it is put in as shell text");
+            return;
+        }
+        if (!name || !*name || !command) return;
+        const std::string& text = command->value;
+        for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + 1)) {
+            if (!isInQuotes(text, at)) continue;
+            tell(placeInValue(text_, *command, at), Problem::Warning,
+                 std::string("'") + name + "' stands within quotes, which the quotes around its value end: the value gets shell "
+                                           "text. Leave the command's quotes out");
+            return;
         }
     }
 

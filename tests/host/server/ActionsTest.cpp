@@ -12,6 +12,8 @@
 
 #include "host/FakeAgent.h"
 #include "host/base/HostConfiguration.h"
+#include "host/base/Secrets.h"
+#include "host/framework/AgentCall.h"
 #include "host/server/Api.h"
 #include "host/server/Client.h"
 #include "host/server/HttpServer.h"
@@ -136,6 +138,7 @@ TEST_F(ActionsRoute, RunsATaskForItsCaller) {
 }
 
 TEST_F(ActionsRoute, SaysWhatIsWrong) {
+    const std::string deep = R"({"task": "restart", "parameters": )" + std::string(30000, '[') + std::string(30000, ']') + "}";
     const struct {
         const char* body;
         int status;
@@ -143,6 +146,7 @@ TEST_F(ActionsRoute, SaysWhatIsWrong) {
     } cases[] = {
         {"", 400, "the body must be"},
         {"[]", 400, "the body must be"},
+        {deep.c_str(), 400, "deeper"},
         {"{}", 400, "one of 'task' and 'command'"},
         {R"({"task": "restart", "command": "x"})", 400, "one of 'task' and 'command'"},
         {R"({"task": "restrat"})", 404, "did you mean 'restart'"},
@@ -204,11 +208,50 @@ TEST_F(ActionsRoute, OverTcpATokenWithTheRightIsNeeded) {
     EXPECT_NE(log().find(R"("event":"refused")"), std::string::npos);
 }
 
+TEST_F(ActionsRoute, CallersWithoutATokenCannotFillTheLog) {
+    for (int i = 0; i < 50; ++i) EXPECT_EQ(postOverTcp(R"({"task": "restart"})", "").status, 401);
+    EXPECT_EQ(post(R"({"command": "id"})").status, 403);
+    const std::string text = log();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+}
+
+// Two are inside the agent, the third waits behind them.
+TEST_F(ActionsRoute, AtTheEndThoseThatWaitAreToldAndLogged) {
+    framework_.commands.declare({"hang", HBX_COMMAND_WORD, "", {}});
+    const std::string body = R"({"task": "hang"})";
+    const std::string request =
+        "POST /api/v1/actions HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(std::make_unique<Client>(path()));
+        clients.back()->send(request);
+    }
+    const auto begun = [&] { return framework_.actions.unfinished() == 3 && AgentCall::running() >= 2; };
+    for (int i = 0; i < 2000 && !begun(); ++i) std::this_thread::sleep_for(1ms);
+    framework_.broker.refuse();
+    int statuses[2] = {0, 0};
+    for (const auto& client : clients) ++statuses[client->read().status == 503];
+    EXPECT_GE(statuses[1], 1);  // all, where the machine was slow and they were not begun in time
+    EXPECT_NE(log().find(R"("message":"the agent shuts down")"), std::string::npos) << log();
+    ASSERT_TRUE(framework_.broker.drain(std::chrono::steady_clock::now() + 20s));
+}
+
 TEST_F(ActionsRoute, ADeadlineEndsTheWaitAndNotTheAction) {
     framework_.commands.declare({"hang", HBX_COMMAND_WORD, "", {}});
     EXPECT_EQ(post(R"({"task": "hang", "deadline": "20ms"})").status, 504);
     ASSERT_TRUE(framework_.broker.drain(std::chrono::steady_clock::now() + 20s));
     EXPECT_NE(log().find(R"("event":"finished","number":1)"), std::string::npos) << log();
+}
+
+TEST_F(ActionsRoute, TheLogHoldsNoSecrets) {
+    registerSecret("pass\"word\\");
+    registerSecret("\"number\"");
+    EXPECT_EQ(post(R"({"task": "restart", "parameters": {"HOW": "pass\"word\\"}})").status, 200);
+    EXPECT_EQ(log().find("word"), std::string::npos) << log();
+    std::istringstream lines(log());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) EXPECT_EQ(json::parse(line)["number"], 1) << line;
+    EXPECT_EQ(count, 2);
 }
 
 TEST_F(ActionsRoute, TheLogIsTurnedOverAndIsNoLink) {

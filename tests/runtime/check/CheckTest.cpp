@@ -309,6 +309,9 @@ std::string withTask(const std::string& from, const std::string& to) {
 
 TEST(Check, TellsWhatATaskDoesNotMean) {
     EXPECT_EQ(report(withTask("", "")), "");
+    for (const char* good : {"restart 'a' \\'UNIT", "restart &quot;'\\&quot;&quot; '\\' UNIT"}) {
+        EXPECT_EQ(report(withTask("restart UNIT", good)), "") << good;
+    }
     const struct {
         const char *from, *to, *place, *says;
     } cases[] = {
@@ -322,6 +325,11 @@ TEST(Check, TellsWhatATaskDoesNotMean) {
         {"endDelim=\"]\"", "endDelim=\"\"", "16:45: warning", "without an end delimiter"},
         {"\"false\"", "\"no\"", "16:62: warning", "only the exact text \"false\""},
         {"<param", "<parm", "16:1: error", "did you mean 'param'?"},
+        {"key=\"TWO\"", "key=\"shutdown\"", "20:12: warning", "own command SHUTDOWN stands in front"},
+        // The value's own quotes would end those of the command.
+        {"restart UNIT", "restart 'a UNIT'", "15:69: warning", "'UNIT' stands within quotes"},
+        {"restart UNIT", "restart UNIT &quot;'UNIT&quot;", "15:78: warning", "'UNIT' stands within quotes"},
+        {"overlapDelim=\"false\"", "quote=\"yes\"", "16:55: warning", "put in as shell text"},
         {"rc=\"5\"", "rc=\"0\"", "18:9: warning", "return code 0 has a meaning already"},
         {"rc=\"5\"", "rc=\"five\"", "18:9: error", "'five' is no number"},
         {"\"success\"", "\"succes\"", "17:", "'succes' is no type of a return code; it counts as 10; did you mean 'SUCCESS'?"},
