@@ -27,6 +27,7 @@ namespace {
 constexpr int kDefaultTimeout = 20;   // seconds
 constexpr int kShortestTimeout = 10;  // seconds
 constexpr std::size_t kLongestLogName = 64;
+constexpr std::size_t kLongestOutput = std::size_t{64} << 20;  // bytes of a task's output
 constexpr const char* kUndefined = "<TASK NOT DEFINED FOR INTERP>";
 constexpr const char* kInternalError =
     "KXX9999E There was an internal error with the task request.  The task will not be run.";
@@ -211,6 +212,7 @@ int TaskLibrary::run(const TaskRequestInfo& info, List* instances, List* output,
         return status->code;
     }
     auto command = std::make_unique<CommandWithTimeout>(text.c_str(), timeout_);
+    command->keepOutput(kLongestOutput);
     const int result = command->runCommand();
     if (result == 0) {
         const bool single = ZSV1_GetEnv("CDP_ACTION_SINGLE_EVENT") != nullptr;

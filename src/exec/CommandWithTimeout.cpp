@@ -44,13 +44,12 @@ std::string shellQuoted(const char* text) {
 }
 
 // Reads on, so that the command does not wait for its reader for ever.
-void leaveOutRest(ChildProcess& child, const std::string& command) {
+void leaveOutRest(ChildProcess& child, const std::string& command, std::size_t kept) {
     TRACE_MESSAGES();
     char dropped[4096];
     for (bool told = false; child.read(dropped, sizeof dropped) > 0; told = true) {
         if (told) continue;
-        trace_error("The output of '%s' is longer than %zu bytes; the rest is left out", command.c_str(),
-                    CommandWithTimeout::kLongestOutput);
+        trace_error("The output of '%s' is longer than %zu bytes; the rest is left out", command.c_str(), kept);
     }
 }
 
@@ -250,11 +249,11 @@ void CommandWithTimeout::runLocal() {
         if (discardsOutput_) continue;
         used += static_cast<std::size_t>(n);
         if (used < capacity - 1) continue;
-        if (capacity > kLongestOutput) {
-            leaveOutRest(child, command_);
+        if (capacity > longestOutput_) {
+            leaveOutRest(child, command_, longestOutput_);
             break;
         }
-        capacity = std::min(capacity * 2, kLongestOutput + 1);
+        capacity = std::min(capacity * 2, longestOutput_ + 1);
         char* larger = static_cast<char*>(std::realloc(buffer.get(), capacity));
         if (!larger) {
             trace_detail("realloc failed");

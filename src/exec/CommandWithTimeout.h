@@ -35,6 +35,8 @@ class CommandWithTimeout {
 
     // Before runCommand: the local command's output is read and dropped, so that it takes no memory whatever is written.
     void discardOutput() { discardsOutput_ = true; }
+    // Before runCommand: how much of a local command's output is kept, kLongestOutput bytes if nothing is said.
+    void keepOutput(std::size_t bytes) { longestOutput_ = bytes; }
     // Starts the worker and waits, once for an object. 0: finished with a known return code, worker joined. 1: timed
     // out, the worker goes on and the object must live on (see CommandWithTimeoutList). -1: no usable result, worker
     // joined; the caller destroys the object.
@@ -43,7 +45,7 @@ class CommandWithTimeout {
     // Bits 8 to 15 of the wait status, so 0 after a death by signal; the connector's result for a remote command; -1
     // while nothing is known.
     int getRC() const { return returnCode_.load(); }
-    // The standard output up to kLongestOutput, terminated, owned by the object; null until the command has finished
+    // The standard output, as much as is kept of it, terminated, owned by the object; null until the command has finished
     // well and its worker is joined.
     char* getStdout() const { return joinable_ ? nullptr : stdout_.get(); }
     const char* getStderr() const { return joinable_ ? nullptr : stderr_.get(); }  // remote commands only
@@ -69,7 +71,7 @@ class CommandWithTimeout {
     static int timeoutFromText(const char* text);
     static constexpr int kDefaultTimeout = 30;
     // Bytes that are kept of a local command's output; the rest is left out, traced.
-    static constexpr std::size_t kLongestOutput = std::size_t{64} << 20;
+    static constexpr std::size_t kLongestOutput = std::size_t{1} << 30;
     static constexpr int kShortestTimeout = 10;
 
     // "A=1 export A;B=2 export B;" in the map's order, to stand in front of a command. Kept: values are neither quoted
@@ -99,6 +101,7 @@ class CommandWithTimeout {
     const std::string command_;
     const std::string environment_;
     bool discardsOutput_ = false;
+    std::size_t longestOutput_ = kLongestOutput;
     Text stdout_;
     std::size_t stdoutSize_ = 0;
     Text stderr_;
