@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 1) return 0;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     procstat ours = patternRecord(), model = patternRecord();
-    switch (data[0] % 7) {
+    switch (data[0] % 8) {
         case 0:
             check((parseStat(text, StatRule::Tail, &ours) == nullptr) == modelStat(text, &model));
             check(sameFigures(ours, model));
@@ -68,6 +68,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         case 5:
             parseStatus(text, StatusRule::Names, &ours);
             check(std::memchr(ours.cmd, '\0', sizeof ours.cmd) != nullptr);
+            break;
+        case 6:
+            parseIO(text, IoRule::Wide, &ours);
             break;
         default:
             unsigned long seconds = 0;

@@ -210,7 +210,7 @@ TEST(TaskDeclarations, LeaveOutWhatNoCommandReaches) {
     std::string names;
     for (const auto& c : commands.list()) names += c.name + (c.title == "Second" ? " twice" : "") + ";";
     EXPECT_EQ(names, "ADDCONFIG;REMOVECONFIG;SHUTDOWN;SAY;end;other;named;add;");
-    EXPECT_FALSE(commands.declares("two words [; id;]"));
+    EXPECT_FALSE(commands.formOf("two words [; id;]"));
     const char* value = "; id;";
     char* why = nullptr;
     const std::unique_ptr<char, decltype(&std::free)> made(commands.composer()("two words", &value, 1, &why), &std::free);

@@ -1,7 +1,5 @@
 #include "host/framework/CommandCatalog.h"
 
-#include <algorithm>
-
 #include "host/framework/Framework.h"
 #include "host/model/Table.h"
 
@@ -53,9 +51,12 @@ std::string CommandCatalog::nearest(std::string_view name) const {
     return nearestName(name, names);
 }
 
-bool CommandCatalog::declares(std::string_view text) const {
+std::optional<HBX_CommandForm> CommandCatalog::formOf(std::string_view text) const {
     const std::lock_guard guard(mutex_);
-    return std::any_of(commands_.begin(), commands_.end(), [text](const DeclaredCommand& c) { return calls(text, c); });
+    for (const DeclaredCommand& c : commands_) {
+        if (calls(text, c)) return c.form;
+    }
+    return std::nullopt;
 }
 
 void CommandCatalog::setComposer(HBX_CommandComposer composer) {

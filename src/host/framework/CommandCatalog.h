@@ -30,8 +30,8 @@ class CommandCatalog {
     // By name, in any case.
     std::optional<DeclaredCommand> find(std::string_view name) const;
     std::string nearest(std::string_view name) const;
-    // Whether the text calls a declared command; any other text is free.
-    bool declares(std::string_view text) const;
+    // The form of the declared command that the text calls; nothing for free text.
+    std::optional<HBX_CommandForm> formOf(std::string_view text) const;
 
     void setComposer(HBX_CommandComposer composer);
     HBX_CommandComposer composer() const;

@@ -149,12 +149,12 @@ std::optional<ApiResponse> Api::gate(const ApiRequest& request) const {
     return std::nullopt;
 }
 
-std::optional<ApiResponse> Api::authorise(const ApiRequest& request, Right right, std::string* who) const {
+std::optional<ApiResponse> Api::authorise(const ApiRequest& request, Right right, Caller* caller) const {
     if (request.local) {
-        *who = userName(request.peer);
+        caller->name = userName(request.peer);
         const bool owner = request.peer == static_cast<long>(geteuid()) || request.peer == 0;
         if (owner || right != Right::Actions) return std::nullopt;
-        return problem(403, "actions are for the owner of the agent's socket; you are " + *who);
+        return problem(403, "actions are for the owner of the agent's socket; you are " + caller->name);
     }
     constexpr std::string_view kScheme = "Bearer ";
     const std::string& given = request.authorization;
@@ -167,7 +167,8 @@ std::optional<ApiResponse> Api::authorise(const ApiRequest& request, Right right
         refused.headers.emplace_back("WWW-Authenticate", "Bearer");
         return refused;
     }
-    *who = holder->name.empty() ? "token" : "token " + holder->name;
+    caller->name = holder->name.empty() ? "token" : "token " + holder->name;
+    caller->commands = holder->commands;
     if (right == Right::Actions ? holder->actions : holder->trace) return std::nullopt;
     return problem(403, std::string("this token has no right '") + (right == Right::Actions ? "actions'" : "trace'"));
 }
@@ -198,10 +199,10 @@ std::optional<ApiDeadline> Api::handle(const ApiRequest& request, Respond respon
             wrong.headers.emplace_back("Allow", route.allow);
             return respond(std::move(wrong)), std::nullopt;
         }
-        Call call{request, *target, respond, ""};
+        Call call{request, *target, respond, {}};
         if (changes || route.right == Right::Actions) {
-            if (auto refused = authorise(request, route.right, &call.who)) {
-                if (route.right == Right::Actions) actionLog_->refused(call.who, "no right");
+            if (auto refused = authorise(request, route.right, &call.caller)) {
+                if (route.right == Right::Actions) actionLog_->refused(call.caller.name, "no right");
                 return respond(std::move(*refused)), std::nullopt;
             }
         }

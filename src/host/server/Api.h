@@ -22,11 +22,15 @@ class Api {
     std::optional<ApiDeadline> handle(const ApiRequest& request, Respond respond);
 
   private:
+    struct Caller {
+        std::string name;
+        bool commands = true;  // may give more than declared tasks
+    };
     struct Call {
         const ApiRequest& request;
         const HttpTarget& target;
         Respond& respond;
-        std::string who;  // where a right was needed: who has it
+        Caller caller;  // where a right was needed
     };
     enum class Right { Trace, Actions };
     using Handler = std::optional<ApiDeadline> (Api::*)(Call& call, const std::string& name);
@@ -40,8 +44,8 @@ class Api {
 
     // An answer if the request may not go on: wrong Host, foreign origin.
     std::optional<ApiResponse> gate(const ApiRequest& request) const;
-    // An answer if whoever asks has not the right; else `who` names them.
-    std::optional<ApiResponse> authorise(const ApiRequest& request, Right right, std::string* who) const;
+    // An answer if whoever asks has not the right; else `caller` tells of them.
+    std::optional<ApiResponse> authorise(const ApiRequest& request, Right right, Caller* caller) const;
     std::optional<ApiDeadline> startAction(Call& call);
     std::shared_ptr<TableEntry> tableOrProblem(Call& call, const std::string& name) const;
 
@@ -71,12 +75,13 @@ ApiResponse refusal(SampleStatus status, const char* what);
 struct TokenHolder {
     std::string name;  // "" unless the file names it
     bool trace = false;
-    bool actions = false;
+    bool actions = false;   // declared tasks
+    bool commands = false;  // the agent's own commands and, where it is on, free text
 };
 
 // The API's token file, "<data directory>/token", mode 0600: made at first use with 32 random bytes in
 // hexadecimal. False, with one line in `error`, if it cannot be made. Its lines are tokens of at least 16 bytes,
-// each perhaps with name=WHO and the rights it is limited to ("trace", "actions") behind, parted by blanks.
+// each perhaps with name=WHO and the rights it is limited to ("trace", "actions", "commands") behind, parted by blanks.
 bool prepareToken(const std::string& dataDirectory, std::string* error);
 // The holder of a token, compared in constant time. Nothing if there is no such token, or others may read the file.
 std::optional<TokenHolder> tokenHolder(const std::string& dataDirectory, const std::string& presented);

@@ -186,16 +186,17 @@ std::optional<ApiDeadline> Api::startAction(Call& call) {
     Asked asked;
     try {
         asked = readBody(call.request.body, framework_);
-        if (asked.query.task.empty() && !framework_.commands.declares(asked.query.command) && !hostConfigurationAllowsFreeText())
-            throw Wrong{403, whyNoFreeText()};
+        const auto form = asked.query.task.empty() ? framework_.commands.formOf(asked.query.command) : HBX_COMMAND_WORD;
+        if (!form && !hostConfigurationAllowsFreeText()) throw Wrong{403, whyNoFreeText()};
+        if (form != HBX_COMMAND_WORD && !call.caller.commands) throw Wrong{403, "this token has no right 'commands': it runs declared tasks"};
     } catch (const Wrong& wrong) {
-        if (wrong.status == 403) actionLog_->refused(call.who, "free text is off", asked.query.command);
+        if (wrong.status == 403) actionLog_->refused(call.caller.name, wrong.detail, asked.query.command);
         return call.respond(problem(wrong.status, wrong.detail)), std::nullopt;
     }
     ActionQuery& query = asked.query;
-    query.user = call.who;
+    query.user = call.caller.name;
     // A command for a subnode names its owner as a situation does; given by hand, that is whoever asks.
-    if (!query.subnode.empty()) query.situation = call.who;
+    if (!query.subnode.empty()) query.situation = call.caller.name;
     const long long number = actionLog_->asked(query);
     const std::string node = query.subnode.empty() ? framework_.agent.originNode() : query.subnode;
     auto done = [respond = call.respond, log = actionLog_, number, node](ActionResult&& result) {

@@ -56,8 +56,10 @@ TokenHolder holderOf(std::istringstream& words) {
         limited = true;
         holder.trace = holder.trace || word == "trace";
         holder.actions = holder.actions || word == "actions";
+        holder.commands = holder.commands || word == "commands";
     }
-    if (!limited) holder.trace = holder.actions = true;
+    if (!limited) holder.trace = holder.actions = holder.commands = true;
+    holder.actions = holder.actions || holder.commands;
     return holder;
 }
 

@@ -213,10 +213,11 @@ TEST(Commands, AreKnownByTheirForm) {
     EXPECT_FALSE(commands.declare({"RESTART", HBX_COMMAND_WORD, "", {}}));
     EXPECT_TRUE(commands.declare({"ADD", HBX_COMMAND_BRACKETS, "", {}}));
     EXPECT_TRUE(commands.declare({"STOP", HBX_COMMAND_WHOLE, "", {}}));
-    for (const char* text : {"restart", "Restart now", "ADD", "ADD[x]", "ADD x", "stop"}) EXPECT_TRUE(commands.declares(text)) << text;
+    for (const char* text : {"restart", "Restart now", "ADD", "ADD[x]", "ADD x", "stop"}) EXPECT_TRUE(commands.formOf(text)) << text;
     for (const char* text : {"restarted", "restart;x", " restart", "add[x]", "ADDED", "stop now", "", "rm"}) {
-        EXPECT_FALSE(commands.declares(text)) << text;
+        EXPECT_FALSE(commands.formOf(text)) << text;
     }
+    EXPECT_EQ(commands.formOf("stop"), HBX_COMMAND_WHOLE);
     EXPECT_EQ(commands.nearest("restrat"), "restart");
     EXPECT_EQ(commands.find("Add")->name, "ADD");
 }

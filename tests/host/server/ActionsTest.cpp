@@ -170,7 +170,7 @@ TEST_F(ActionsRoute, SaysWhatIsWrong) {
         EXPECT_TRUE(answer.has(c.says)) << c.body << answer.body;
     }
     EXPECT_EQ(log().find("finished"), std::string::npos) << log();
-    EXPECT_NE(log().find(R"("why":"free text is off","command":"rm -rf /")"), std::string::npos) << log();
+    EXPECT_NE(log().find(R"(agent's next start on","command":"rm -rf /")"), std::string::npos) << log();
     EXPECT_EQ(post(R"({"task": "restart", "parameters": {"HOW": ")" + std::string(70000, 'x') + "\"}}").status, 413);
 }
 
@@ -194,7 +194,7 @@ TEST_F(ActionsRoute, OverTcpATokenWithTheRightIsNeeded) {
     const std::string body = R"({"task": "restart"})";
     write("token",
           "aaaaaaaaaaaaaaaaaaaaaaaa\nbbbbbbbbbbbbbbbbbbbbbbbb name=robot actions\ncccccccccccccccccccccccc trace\n"
-          "dddddddddddddddddddddddd action\nshort\n");
+          "dddddddddddddddddddddddd action\neeeeeeeeeeeeeeeeeeeeeeee commands\nshort\n");
     EXPECT_EQ(postOverTcp(body, "").status, 401);
     EXPECT_EQ(postOverTcp(body, "short").status, 401);
     EXPECT_EQ(postOverTcp(body, std::string(24, 'a')).status, 200);
@@ -203,6 +203,12 @@ TEST_F(ActionsRoute, OverTcpATokenWithTheRightIsNeeded) {
     EXPECT_TRUE(robot.has("|token robot|")) << robot.body;
     EXPECT_TRUE(postOverTcp(body, std::string(24, 'c')).has("no right 'actions'"));
     EXPECT_EQ(postOverTcp(body, std::string(24, 'd')).status, 403);  // an unknown right is none
+    // The agent's own commands and free text need more.
+    for (const char* own : {R"({"task": "stop"})", R"({"command": "stop"})"}) {
+        EXPECT_TRUE(postOverTcp(own, std::string(24, 'b')).has("no right 'commands'")) << own;
+        EXPECT_EQ(postOverTcp(own, std::string(24, 'e')).status, 200) << own;
+    }
+    EXPECT_EQ(postOverTcp(body, std::string(24, 'e')).status, 200);
     EXPECT_EQ(Client(server_.tcpPort()).get("/api/v1/actions").status, 401);
     EXPECT_EQ(Client(server_.tcpPort()).get("/api/v1/actions", "Authorization: Bearer " + std::string(24, 'b') + "\r\n").status, 200);
     EXPECT_NE(log().find(R"("event":"refused")"), std::string::npos);

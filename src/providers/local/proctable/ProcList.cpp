@@ -72,9 +72,9 @@ bool ProcList::readProcess(ProcReader& reader, const char* pid) {
     TRACE_MESSAGES();
     try {
         if (type_ == kFullRecord) {
-            reader.readStatusInfo(pid);
+            reader.retrieveStatusInfo(pid);
         } else if (type_ == kMemoryRecord) {
-            reader.readMemInfo(pid);
+            reader.retrieveMemInfo(pid);
         } else {
             trace_error("ProcList: Incorrectly called\n");
             return false;

@@ -139,7 +139,7 @@ void ProcReader::readCmdLine() {
     }
 }
 
-void ProcReader::readStatusInfo(const char* pid) {
+void ProcReader::retrieveStatusInfo(const char* pid) {
     start(pid);
     if (figures_ & ProcList::kStat) readStat();
     if (figures_ & ProcList::kStatm) readStatM();
@@ -148,7 +148,7 @@ void ProcReader::readStatusInfo(const char* pid) {
     if (figures_ & ProcList::kCmdLine) readCmdLine();
 }
 
-void ProcReader::readMemInfo(const char* pid) {
+void ProcReader::retrieveMemInfo(const char* pid) {
     memoryRecord_ = true;
     start(pid);
     if (figures_ & ProcList::kStat) readStat();

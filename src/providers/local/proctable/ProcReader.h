@@ -17,8 +17,8 @@ class ProcReader {
     ProcReader(const char* root, int rootDescriptor, unsigned figures);
 
     // Each throws a CException where a read fails, and leaves in the record what was read until then.
-    void readStatusInfo(const char* pid);
-    void readMemInfo(const char* pid);
+    void retrieveStatusInfo(const char* pid);
+    void retrieveMemInfo(const char* pid);
 
     // Whether nothing that shows is lost where the files of a process without a command line, but for those that
     // readCarriedOver reads, are left alone.
