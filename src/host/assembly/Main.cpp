@@ -230,6 +230,9 @@ void terminateAgent(Framework& framework, Clock::time_point deadline) {
 
 int runHost(int argc, char** argv) {
     Framework& framework = almanac::host::framework();
+    // Fixed, or the first large answer would keep all later ones in the heap for good.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 2 << 20);
     mallopt(M_ARENA_MAX, 2);  // a dozen short-lived request threads are no reason for a dozen heaps
     framework.agent.setInstance(instanceName(argc, argv));
     if (framework.lifecycle.asked()) {

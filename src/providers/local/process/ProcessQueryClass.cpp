@@ -1,5 +1,7 @@
 #include "providers/local/process/ProcessQueryClass.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -12,6 +14,7 @@
 
 namespace {
 
+constexpr int kManyRows = 2000;
 constexpr const char* kLimit = "CDP_PROCESS_COUNT_LIMIT";
 constexpr const char* kNoLimitText = "NO_LIMIT";
 constexpr const char* kStartTimeText = "10909090909090909";
@@ -158,6 +161,12 @@ void ProcessQueryClass::internalCollectData(const char* /*requestId*/) {
     Rows rows(*this);
     const ProcList processes(figuresToRead(trace_is_on(ZTR1_DETAIL)), root_.c_str(), rows);
     rates_.purgePreviousCpuResults();
+}
+
+void ProcessQueryClass::updateResults() {
+    const int replaced = getResultInstanceCount();
+    ResultsManager::updateResults();
+    if (replaced >= kManyRows) malloc_trim(0);
 }
 
 void ProcessQueryClass::addRow(const procstat& record, const char* commandLine, unsigned long secondsSinceBoot) {

@@ -22,6 +22,9 @@ class ProcessQueryClass : public ResultsManager {
     // One row for each process, in the order of the process table. Rates are 0 at the first collection and within a second
     // of the one before.
     void internalCollectData(const char* requestId) override;
+    // Also gives the memory of many replaced rows back to the system: a table of processes is as large as the machine is
+    // busy at its busiest.
+    void updateResults() override;
     // Kept: nothing is reported through the status words; without a process table there are just no rows.
     const char* getPerfObjectName() override { return name_.c_str(); }
     int getPerfObjectStatus() override { return objectStatus_; }
